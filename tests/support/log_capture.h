@@ -1,0 +1,22 @@
+// Captures the lines the code under test logs, as "<LEVEL>: <message>", the form the
+// logging library prints after the program name.
+#pragma once
+
+#include <string>
+#include <vector>
+
+class LogCapture {
+public:
+        LogCapture();
+        ~LogCapture();
+        LogCapture(const LogCapture &) = delete;
+        LogCapture &operator=(const LogCapture &) = delete;
+
+        std::vector<std::string> lines() const;
+        // Lines containing the given text.
+        std::vector<std::string> matching(const std::string &text) const;
+        bool contains(const std::string &line) const;
+        void clear();
+        // Takes the log back from whoever replaced the handler since construction.
+        void install();
+};
