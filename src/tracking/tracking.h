@@ -16,6 +16,9 @@ TargetTracker *target_tracker_create(void);
 void target_tracker_destroy(TargetTracker *tracker); // NULL does nothing
 PtzController *get_ptz_controller(void);
 TargetTracker *get_target_tracker(void);
+// Stores the two singletons that get_ptz_controller/get_target_tracker return: settings_load
+// calls it after creating both, settings_cleanup with NULLs before destroying them.
+void tracking_core_attach(PtzController *controller, TargetTracker *tracker);
 
 // Target tracker. Update and remove come from the scene thread; the rest from the main loop.
 void tracker_update_target(uint32_t source, uint32_t object, float pan, float tilt, float width);

@@ -1,0 +1,161 @@
+#include "geometry.h"
+
+#include "settings.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr double geometry_pi = 3.14159265358979323846;
+
+// The camera aims at a point this far above the ground.
+constexpr double geometry_aim_height = 1.0;
+// The camera never looks down more steeply than atan(1 / 1.4).
+constexpr float geometry_steepness_limit = 1.4f;
+// Objects are framed as if they were this wide.
+constexpr float geometry_half_extent = 2.5f;
+
+float geometry_clamp(float value, float low, float high)
+{
+        if (value > high)
+                return high;
+        if (value < low)
+                return low;
+        return value;
+}
+
+// The fit tests call this with four angles and groups with a few dozen: sort on the stack
+// when that is enough.
+void circular_span_sorted(const float *sorted, size_t count, float *start, float *end)
+{
+        float best = 0.0f;
+        for (size_t i = 0; i < count; i++) {
+                const float a = sorted[i];
+                const float b = i + 1 < count ? sorted[i + 1] : sorted[0];
+                const float gap = std::fabs(forward_arc(a, b));
+                if (gap > best) {
+                        best = gap;
+                        *start = b;
+                        *end = a;
+                }
+        }
+}
+
+} // namespace
+
+void radar_to_camera(float azimuth, float distance, float *pan, float *tilt, float *width)
+{
+        const float alpha = geometry_clamp(azimuth, -90.0f, 90.0f);
+        float d = geometry_clamp(distance, 3.0f, 90.0f);
+        const auto h = static_cast<float>(settings_get_mounting_height() - geometry_aim_height);
+        if (geometry_steepness_limit * h > d)
+                d = geometry_steepness_limit * h;
+
+        const double down = static_cast<double>(std::atan(h / d) * 180.0f) / geometry_pi;
+        *tilt = static_cast<float>(-down + settings_get_tilt_offset());
+        *width = static_cast<float>(
+                static_cast<double>(2.0f * std::atan(geometry_half_extent / d) * 180.0f) / geometry_pi);
+        *pan = alpha;
+}
+
+void set_point_from_group(float group_pan, float group_tilt, float group_width, float max_field_angle,
+                          float *pan, float *tilt, float *zoom)
+{
+        float factor = max_field_angle / group_width;
+        if (factor > 12.0f)
+                factor = 12.0f;
+        else if (factor < 1.0f)
+                factor = 1.0f;
+        *pan = normalize_angle(static_cast<float>(static_cast<double>(group_pan) + settings_get_pan_offset()));
+        *zoom = static_cast<float>(settings_get_zoom_degree() / 100.0 * static_cast<double>(factor));
+        *tilt = group_tilt;
+}
+
+float normalize_angle(float a)
+{
+        // A non-finite angle would never leave the loops, and a huge one would take forever
+        // (or not move at all once 360 is below its precision).
+        if (!std::isfinite(a))
+                return 0.0f;
+        if (a >= 3600.0f || a <= -3600.0f)
+                a = std::fmod(a, 360.0f);
+        while (a < 0.0f)
+                a += 360.0f;
+        while (a >= 360.0f)
+                a -= 360.0f;
+        return a;
+}
+
+float angle_difference(float a, float b)
+{
+        float d = a - b;
+        if (d < -180.0f)
+                d += 360.0f;
+        if (d > 180.0f)
+                d -= 360.0f;
+        return d;
+}
+
+float angle_midpoint(float a, float b)
+{
+        const float lo = std::min(a, b);
+        float hi = std::max(a, b);
+        if (hi - lo > 180.0f)
+                hi -= 360.0f;
+        float m = (lo + hi) * 0.5f;
+        if (m < 0.0f)
+                m += 360.0f;
+        return m;
+}
+
+float forward_arc(float a, float b)
+{
+        float r = normalize_angle(b) - normalize_angle(a);
+        if (r < 0.0f)
+                r += 360.0f;
+        return r;
+}
+
+void circular_span(const float *angles, size_t count, float *start, float *end)
+{
+        if (count == 0)
+                return;
+        if (count == 1) {
+                *start = angles[0];
+                *end = angles[0];
+                return;
+        }
+        constexpr size_t on_stack = 64;
+        if (count <= on_stack) {
+                std::array<float, on_stack> sorted;
+                std::copy(angles, angles + count, sorted.begin());
+                std::sort(sorted.begin(), sorted.begin() + static_cast<std::ptrdiff_t>(count));
+                circular_span_sorted(sorted.data(), count, start, end);
+                return;
+        }
+        std::vector<float> sorted(angles, angles + count);
+        std::sort(sorted.begin(), sorted.end());
+        circular_span_sorted(sorted.data(), count, start, end);
+}
+
+float angular_distance(float pan1, float tilt1, float pan2, float tilt2)
+{
+        if (pan1 > pan2) {
+                std::swap(pan1, pan2);
+        }
+        float dp = pan2 - pan1;
+        if (dp > 180.0f)
+                dp = 360.0f - dp;
+        constexpr float to_radians = 0.017453292f;
+        const auto t1 = static_cast<double>(tilt1 * to_radians);
+        const auto t2 = static_cast<double>(tilt2 * to_radians);
+        const auto p = static_cast<double>(dp * to_radians);
+        double c = std::sin(t1) * std::sin(t2) + std::cos(t1) * std::cos(t2) * std::cos(p);
+        // Rounding can put the cosine a hair outside acos's domain for (near) equal directions.
+        c = std::clamp(c, -1.0, 1.0);
+        return static_cast<float>(std::acos(c) * 57.295780181884766);
+}

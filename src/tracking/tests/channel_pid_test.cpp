@@ -1,0 +1,132 @@
+#include "channel_pid.h"
+#include "clock.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <deque>
+
+namespace {
+
+ChannelPid pan_like(float kp, float ki, float kd)
+{
+        return ChannelPid(2, kp, ki, kd, 1.0f, -100.0f, 100.0f, 2.0f, 3.0f);
+}
+
+// Relay experiment at the 50 ms autotune tick against a camera axis that turns at no more
+// than 20 degrees per second and acts on each command delay_ticks ticks late. Returns the
+// seconds until the step reported done.
+float run_relay(ChannelPid &pid, size_t delay_ticks)
+{
+        std::deque<float> pending(delay_ticks, 0.0f);
+        float position = 0.0f, command = 0.0f;
+        pid.autotune_start(0.0f, 35.0f);
+        const int64_t start = clock_now_us();
+        while (!pid.autotune_step(&command, position)) {
+                pending.push_back(command);
+                position += std::clamp(pending.front(), -20.0f, 20.0f) * 0.05f;
+                pending.pop_front();
+                clock_advance_us(50'000);
+        }
+        return clock_seconds_between(start, clock_now_us());
+}
+
+class Pid : public ::testing::Test {
+protected:
+        void SetUp() override { clock_use_manual(1'000'000'000); }
+        void TearDown() override { clock_use_real(); }
+};
+
+} // namespace
+
+TEST_F(Pid, LawStartsWithPureProportionalLimitsTheIntegralAndAppliesDeadBands)
+{
+        ChannelPid pid = pan_like(1.0f, 1.0f, 0.5f);
+        pid.start();
+        pid.update(10);
+        EXPECT_EQ(pid.output(), 10.0f);
+        // I grows by ki x (e + |de| / 2) x dt = 1 x (6 + 2) x 0.5; D = 0.5 x -4 / 0.5.
+        clock_advance_us(500'000);
+        pid.update(6);
+        EXPECT_FLOAT_EQ(pid.integral(), 4.0f);
+        EXPECT_FLOAT_EQ(pid.output(), 6.0f);
+        // P saturated at +-100 leaves the integral no room beyond 0.
+        for (const float error : {150.0f, -150.0f}) {
+                clock_advance_us(1'000'000);
+                pid.update(error);
+                EXPECT_EQ(pid.integral(), 0.0f);
+                EXPECT_EQ(pid.output(), error > 0 ? 100.0f : -100.0f);
+        }
+        pid.update(30);
+        EXPECT_TRUE(std::isfinite(pid.output())) << "two updates in the same microsecond";
+        pid.stop();
+        EXPECT_EQ(pid.output(), 0.0f);
+
+        // Small outputs are dropped only while the error is inside its dead-band too.
+        ChannelPid pan = pan_like(2.0f, 0.0f, 0.0f);
+        pan.start();
+        pan.update(1.45f);
+        EXPECT_EQ(pan.output(), 0.0f);
+        pan.update(1.5f);
+        EXPECT_EQ(pan.output(), 3.0f);
+        pan.set_gains(1.0, 0.0, 0.0);
+        pan.update(2.0f);
+        EXPECT_EQ(pan.output(), 2.0f);
+}
+
+TEST_F(Pid, AutotuneDerivesTheRuleGainsFromSteadyCycles)
+{
+        ChannelPid pid = pan_like(1.0f, 0.0f, 0.0f);
+        float command = 7.0f;
+        EXPECT_TRUE(pid.autotune_step(&command, 3.0f)) << "never started";
+        EXPECT_EQ(command, 7.0f);
+        EXPECT_FALSE(pid.autotune_finished());
+
+        // A square wave of 10 peak to peak and 2 s period: the 13th upward crossing at 24 s
+        // completes the 12th cycle. At the set point itself the relay pushes up.
+        pid.autotune_start(0.0f, 35.0f);
+        pid.autotune_step(&command, 0.0f);
+        EXPECT_EQ(command, 35.0f);
+        pid.autotune_start(0.0f, 35.0f); // discards that sample
+        int64_t t = 0;
+        while (!pid.autotune_step(&command, (t / 1000) % 2 == 0 ? 5.0f : -5.0f) && t < 30'000) {
+                t += 50;
+                clock_advance_us(50'000);
+        }
+        EXPECT_EQ(t, 24'000);
+        ASSERT_TRUE(pid.autotune_finished());
+        EXPECT_NEAR(pid.ultimate_gain(), 8.9127f, 1e-4);
+        EXPECT_FLOAT_EQ(pid.ultimate_period(), 2.0f);
+        double kp = 0, ki = 0, kd = 0;
+        pid.tuned_gains(&kp, &ki, &kd);
+        EXPECT_NEAR(kp, 1.7825, 1e-4);
+        EXPECT_EQ(ki, 0.5);
+        EXPECT_NEAR(kd, 0.3333, 1e-4);
+}
+
+TEST_F(Pid, AutotuneAgainstADelayedRateLimitedAxis)
+{
+        // 5 ticks late, the axis swings 11 degrees peak to peak in 22 ticks: it converges.
+        ChannelPid zoom_like(0, 1.0f, 0.0f, 0.0f, 2.0f, -100.0f, 100.0f, 0.4f, 7.0f);
+        EXPECT_LT(run_relay(zoom_like, 5), 25.0f);
+        ASSERT_TRUE(zoom_like.autotune_finished());
+        EXPECT_NEAR(zoom_like.ultimate_period(), 1.1f, 1e-5);
+        EXPECT_NEAR(zoom_like.ultimate_gain(), 4.0f * 35.0f / (11.0f * 3.14159265f * 0.5f) / 2.0f, 1e-4);
+        double kp = 0, ki = 0, kd = 0;
+        zoom_like.tuned_gains(&kp, &ki, &kd);
+        EXPECT_FLOAT_EQ(static_cast<float>(kp), 0.5f * zoom_like.ultimate_gain());
+
+        // 10 ticks late it completes only 11 cycles in 25 s: a time-out, not a result.
+        ChannelPid pan = pan_like(1.0f, 0.0f, 0.0f);
+        EXPECT_FLOAT_EQ(run_relay(pan, 10), 25.05f);
+        std::vector<AutotuneCycle> cycles;
+        autotune_extract_cycles(pan.autotune_samples(), cycles);
+        EXPECT_EQ(cycles.size(), 11u);
+        EXPECT_FALSE(pan.autotune_finished());
+        float command = 1234.0f;
+        EXPECT_TRUE(pan.autotune_step(&command, 0.0f));
+        EXPECT_EQ(command, 1234.0f);
+        pan.tuned_gains(&kp, &ki, &kd);
+        EXPECT_EQ(kp, 0.0);
+}
