@@ -4,7 +4,10 @@
 
 #include <glib.h>
 
+// Creates the tracking singletons, then loads every persisted setting (the pan and tilt
+// gains straight into the controller). Needs the configuration file set up first.
 void settings_load(void);
+// Frees the connection strings and destroys the tracker, then the controller.
 void settings_cleanup(void);
 
 void settings_set_mounting_height(double height);

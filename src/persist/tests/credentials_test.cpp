@@ -1,0 +1,88 @@
+#include "credentials.h"
+#include "log_capture.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+// For the sandbox's eth0 (02:00:5e:10:00:01), computed apart from this code: the SHA-1
+// key derivation by hand, the cipher by the openssl command line.
+constexpr const char *empty_text = "d5de272172c2590b224c2c181d42df50";
+constexpr const char *s3cret_text = "61bb09aa7cd86abc3df65e7bb9f677e7";
+
+std::string encrypted(const std::string &plain)
+{
+        gchar *text = encrypt_password(plain.c_str());
+        std::string copy(text);
+        g_free(text);
+        return copy;
+}
+
+std::string decrypted(const char *text)
+{
+        gchar *plain = decrypt_password(text);
+        std::string copy(plain);
+        g_free(plain);
+        return copy;
+}
+
+// Only the sandbox's network namespace has this eth0, and only there may a test change it.
+bool sandbox_eth0()
+{
+        gchar *address = nullptr;
+        g_file_get_contents("/sys/class/net/eth0/address", &address, nullptr, nullptr);
+        const bool found = g_strcmp0(address, "02:00:5e:10:00:01\n") == 0;
+        g_free(address);
+        return found;
+}
+
+void ip_link(const std::string &arguments)
+{
+        gint status = -1;
+        ASSERT_TRUE(g_spawn_command_line_sync(("ip link " + arguments).c_str(), nullptr, nullptr, &status, nullptr));
+        ASSERT_TRUE(g_spawn_check_wait_status(status, nullptr)) << arguments;
+}
+
+TEST(Credentials, TextsMatchKnownAnswersHaveTheirLengthAndRoundTrip)
+{
+        ASSERT_TRUE(sandbox_eth0()) << "run inside tests/rig/sandbox (ctest does)";
+        EXPECT_EQ(encrypted(""), empty_text);
+        EXPECT_EQ(encrypted("s3cret"), s3cret_text);
+        for (const auto &[length, text_length] : {std::pair{0, 32}, {15, 64}, {16, 64}, {30, 64}, {31, 96}}) {
+                const std::string plain(static_cast<size_t>(length), 'p');
+                const std::string text = encrypted(plain);
+                EXPECT_EQ(text.size(), static_cast<size_t>(text_length)) << length;
+                EXPECT_EQ(text.find_first_not_of("0123456789abcdef"), std::string::npos) << text;
+                EXPECT_EQ(encrypted(plain), text) << "same password, same text";
+                EXPECT_EQ(decrypted(text.c_str()), plain);
+        }
+        EXPECT_EQ(decrypted("61BB09AA7CD86ABC3DF65E7BB9F677E7"), "s3cret");
+        EXPECT_EQ(decrypted("61bb09aa7cd86abc3df65e7bb9f677e7f"), "s3cret"); // odd digit ignored
+        EXPECT_EQ(decrypted("7") + decrypted("") + decrypted(nullptr), "");
+}
+
+TEST(Credentials, TextsAreBoundToTheHardwareAddressAndSurviveAMissingEth0)
+{
+        ASSERT_TRUE(sandbox_eth0()) << "run inside tests/rig/sandbox (ctest does)";
+        ip_link("set eth0 down");
+        ip_link("set eth0 address 02:00:5e:10:00:02");
+        const std::string elsewhere = encrypted("s3cret");
+        ip_link("set eth0 address 02:00:5e:10:00:01");
+        EXPECT_NE(elsewhere, s3cret_text);
+        EXPECT_NE(decrypted(elsewhere.c_str()), "s3cret");
+
+        // Without eth0 each call logs the failed query and uses the same stand-in address.
+        ip_link("set eth0 name eth9");
+        LogCapture log;
+        const std::string text = encrypted("s3cret");
+        const std::string again = decrypted(text.c_str());
+        ip_link("set eth9 name eth0");
+        ip_link("set eth0 up");
+        EXPECT_EQ(again, "s3cret");
+        EXPECT_NE(text, s3cret_text);
+        EXPECT_EQ(log.lines(), std::vector<std::string>(2, "ERROR: get_mac_address: ioctl(SIOCGIFHWADDR): No such device"));
+}
+
+} // namespace

@@ -1,0 +1,248 @@
+#include "key_file.h"
+#include "log_capture.h"
+#include "persistent.h"
+
+#include <gtest/gtest.h>
+#include <linux/magic.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/statfs.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using Lines = std::vector<std::string>;
+const std::string path = PERSISTENT_PATH;
+
+std::string take(gchar *text)
+{
+        std::string copy(text ? text : "");
+        g_free(text);
+        return copy;
+}
+
+std::string file_text()
+{
+        gchar *data = nullptr;
+        g_file_get_contents(path.c_str(), &data, nullptr, nullptr);
+        return take(data);
+}
+
+bool starts(const std::string &text, const std::string &prefix)
+{
+        return text.rfind(prefix, 0) == 0;
+}
+
+// Read-only stops root too; the sandbox's tmpfs is ours to remount.
+void set_read_only(bool read_only)
+{
+        mount(nullptr, TRELVO_CONF_DIR, nullptr, MS_REMOUNT | MS_BIND | (read_only ? MS_RDONLY : 0), nullptr);
+}
+
+// Each test starts without a held key file, in the sandbox's private config directory.
+class Persist : public ::testing::Test {
+protected:
+        void SetUp() override
+        {
+                struct statfs fs;
+                in_sandbox_ = statfs(TRELVO_CONF_DIR, &fs) == 0 && fs.f_type == TMPFS_MAGIC;
+                ASSERT_TRUE(in_sandbox_) << "run inside tests/rig/sandbox (ctest does)";
+                unlink(path.c_str());
+        }
+        void TearDown() override
+        {
+                persistent_cleanup();
+                if (in_sandbox_)
+                        set_read_only(false);
+        }
+        // Writes the file (none for nullptr) and loads it.
+        void start_with(const char *text)
+        {
+                if (text)
+                        g_file_set_contents(path.c_str(), text, -1, nullptr);
+                ASSERT_TRUE(persistent_setup());
+        }
+        bool in_sandbox_ = false;
+};
+
+TEST_F(Persist, NewFileHoldsTheDefaultsInOrderOwnerOnlyAndFillsItselfIn)
+{
+        LogCapture log;
+        start_with(nullptr);
+        const std::string camera = "[camera]\nmounting_height=4\npan_offset=0\ntilt_offset=0\nip=\nuser=\npass=\n"
+                                   "pan_kp=1\npan_ki=0\npan_kd=0\ntilt_kp=1\ntilt_ki=0\ntilt_kd=0\nname=\n";
+        const std::string tracking = "\n[tracking]\nenabled=false\nguard_tour_enabled=false\nguard_tour_time=4\n"
+                                     "return_to_home_enabled=false\nreturn_to_home_timeout=25\n"
+                                     "small_object_track=false\nhuman_object_track=true\nvehicle_object_track=true\n"
+                                     "unidentified_object_track=false\n";
+        EXPECT_EQ(file_text(), camera + tracking);
+        struct stat info;
+        ASSERT_EQ(stat(path.c_str(), &info), 0);
+        EXPECT_EQ(info.st_mode & 0777, 0600u);
+        double zoom = 0.0;
+        persistent_get_zoom_degree(&zoom);
+        EXPECT_EQ(zoom + persistent_get_zoom_correction(), 51.0);
+        EXPECT_EQ(file_text(), camera + "zoom_degree=50\nzoom_correction=1\n" + tracking);
+        EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(Persist, EverySettingSurvivesAReload)
+{
+        start_with(nullptr);
+        persistent_set_camera_connection("192.168.0.90", "operator", "pa ss=wörd");
+        persistent_set_mounting_height(7.25);
+        persistent_set_pan_offset(-359.5);
+        persistent_set_tilt_offset(9.75);
+        persistent_set_zoom_degree(0.0);
+        persistent_set_pan_pid(0.5, 0.25, 0.125);
+        persistent_set_tilt_pid(2.0, 0.0, 1e-6);
+        persistent_set_tracking_enabled(TRUE);
+        persistent_set_guard_tour_enabled(TRUE);
+        persistent_set_guard_tour_time(4.7);
+        persistent_set_object_types(TRUE, FALSE, FALSE, TRUE);
+        persistent_set_return_to_home_enabled(TRUE);
+        persistent_set_return_to_home_timeout(300);
+        persistent_set_zoom_correction(0.5);
+        EXPECT_TRUE(persistent_set_camera_name("Q6075"));
+        EXPECT_EQ(file_text().find("wörd"), std::string::npos) << "the password is stored encrypted";
+
+        persistent_cleanup();
+        ASSERT_TRUE(persistent_setup());
+        gchar *ip = nullptr, *user = nullptr, *pass = nullptr, *name = nullptr;
+        persistent_get_camera_connection(&ip, &user, &pass);
+        EXPECT_TRUE(persistent_get_camera_name(&name));
+        EXPECT_EQ(take(ip) + "|" + take(user) + "|" + take(pass) + "|" + take(name),
+                  "192.168.0.90|operator|pa ss=wörd|Q6075");
+        double d[10];
+        persistent_get_mounting_height(&d[0]);
+        persistent_get_pan_offset(&d[1]);
+        persistent_get_tilt_offset(&d[2]);
+        persistent_get_zoom_degree(&d[3]);
+        persistent_get_pan_pid(&d[4], &d[5], &d[6]);
+        persistent_get_tilt_pid(&d[7], &d[8], &d[9]);
+        EXPECT_EQ(std::vector<double>(d, d + 10),
+                  (std::vector<double>{7.25, -359.5, 9.75, 0.0, 0.5, 0.25, 0.125, 2.0, 0.0, 1e-6}));
+        gboolean b[7];
+        int timeout = 0;
+        persistent_get_object_types(&b[0], &b[1], &b[2], &b[3]);
+        persistent_get_return_to_home_enabled(&b[4]);
+        persistent_get_return_to_home_timeout(&timeout);
+        b[5] = persistent_get_tracking_enabled();
+        b[6] = persistent_get_guard_tour_enabled();
+        EXPECT_EQ(std::vector<gboolean>(b, b + 7), (std::vector<gboolean>{TRUE, FALSE, FALSE, TRUE, TRUE, TRUE, TRUE}));
+        EXPECT_EQ(timeout, 300);
+        EXPECT_EQ(persistent_get_zoom_correction(), 0.5);
+        EXPECT_EQ(persistent_get_guard_tour_time(), 4.7f); // the tracker's single precision
+}
+
+TEST_F(Persist, MissingKeysAreFilledInOtherReadFailuresOnlyLogged)
+{
+        const std::string text = "[camera]\nmounting_height=high\npass=\n";
+        start_with(text.c_str());
+        LogCapture log;
+        EXPECT_FALSE(persistent_get_tracking_enabled()); // no such group
+        double height = 0.0;
+        persistent_get_mounting_height(&height); // not a number
+        EXPECT_EQ(height, 4.0);
+        gchar stale[] = "stale", *name = stale;
+        EXPECT_FALSE(persistent_get_camera_name(&name)); // silent, no default
+        EXPECT_EQ(name, nullptr);
+        EXPECT_EQ(file_text(), text);
+        ASSERT_EQ(log.lines().size(), 2u);
+        EXPECT_PRED2(starts, log.lines()[0], "WARNING: Failed to read tracking enabled from file " + path + ", error(4): ");
+        EXPECT_PRED2(starts, log.lines()[1], "WARNING: Failed to read camera mounting height from file " + path);
+
+        gchar *ip = nullptr, *user = nullptr, *pass = nullptr;
+        persistent_get_camera_connection(&ip, &user, &pass);
+        EXPECT_EQ(take(ip) + take(user) + take(pass), "");
+        EXPECT_EQ(file_text(), "[camera]\nmounting_height=high\npass=\nip=\nuser=\n");
+        EXPECT_EQ(log.lines().size(), 2u);
+
+        // A file that does not parse: defaults, until the first change saves the file anew.
+        persistent_cleanup();
+        start_with("not a key file\n");
+        EXPECT_PRED2(starts, log.lines().back(), "WARNING: Failed to read configuration from file, path: " + path);
+        EXPECT_EQ(persistent_get_guard_tour_time(), 4.0f);
+        persistent_set_pan_offset(12.5);
+        EXPECT_EQ(file_text(), "[camera]\npan_offset=12.5\n");
+}
+
+TEST_F(Persist, WithoutAKeyFileEveryAccessorReportsItselfAndReturnsItsDefault)
+{
+        LogCapture log;
+        EXPECT_EQ(get_double("camera", "pan_offset", 7.0, "m"), 7.0);
+        EXPECT_EQ(take(get_string("camera", "ip", "dflt", "m")), "dflt");
+        set_boolean("tracking", "enabled", TRUE, "m");
+        EXPECT_FALSE(persistent_set_camera_name("cam"));
+        const std::string failed = ": assertion 'key_file' failed";
+        EXPECT_EQ(log.lines(),
+                  (Lines{"CRITICAL: double get_double(const gchar*, const gchar*, double, const gchar*)" + failed,
+                         "CRITICAL: gchar* get_string(const gchar*, const gchar*, const gchar*, const gchar*)" + failed,
+                         "CRITICAL: void set_boolean(const gchar*, const gchar*, gboolean, const gchar*)" + failed,
+                         "CRITICAL: gboolean persistent_set_camera_name(const gchar*)" + failed}));
+        EXPECT_EQ(file_text(), "");
+}
+
+TEST_F(Persist, ReadOnlyDirectoryFailsCreationAndKeepsChangesInMemory)
+{
+        set_read_only(true);
+        LogCapture log;
+        EXPECT_FALSE(persistent_setup());
+        EXPECT_PRED2(starts, log.lines().at(0), "WARNING: Failed to write configuration to file, path: " + path);
+        set_read_only(false);
+        start_with(nullptr);
+        const std::string before = file_text();
+        set_read_only(true);
+        log.clear();
+        persistent_set_pan_offset(-20.0);
+        persistent_set_tracking_enabled(TRUE);
+        double zoom = 0.0;
+        persistent_get_zoom_degree(&zoom);
+        EXPECT_EQ(zoom, 50.0);
+        const Lines lines = log.lines();
+        ASSERT_EQ(lines.size(), 5u);
+        EXPECT_EQ(lines[0], "WARNING: Failed to save camera pan offset");
+        EXPECT_PRED2(starts, lines[1], "WARNING: error: ");
+        EXPECT_EQ(lines[2], "WARNING: Failed to save tracking enabled");
+        EXPECT_PRED2(starts, lines[3], "WARNING: Error saving key 'enabled': ");
+        EXPECT_PRED2(starts, lines[4], "ERROR: Failed to save default value of 'zoom_degree' to file: ");
+        EXPECT_EQ(file_text(), before);
+        set_read_only(false);
+        persistent_set_tilt_offset(1.5); // the next save that succeeds writes them all
+        EXPECT_NE(file_text().find("pan_offset=-20\ntilt_offset=1.5\n"), std::string::npos);
+        EXPECT_NE(file_text().find("\nenabled=true\n"), std::string::npos);
+}
+
+// Saves are written aside and renamed over the file: a crash at any moment leaves a whole file.
+TEST_F(Persist, KillDuringARunOfSavesAlwaysLeavesAWholeFile)
+{
+        start_with(nullptr);
+        for (int round = 0; round < 20; round++) {
+                int progress[2];
+                ASSERT_EQ(pipe(progress), 0);
+                const pid_t child = fork();
+                if (child == 0) {
+                        for (int i = 0;; i++) {
+                                persistent_set_mounting_height(1.0 + i % 15);
+                                persistent_set_camera_connection("10.1.2.3", "operator", "a long enough password");
+                                if (i % 4 == round % 4 && write(progress[1], "+", 1) != 1)
+                                        _exit(1);
+                        }
+                }
+                close(progress[1]);
+                char seen;
+                for (int reads = 0; reads <= round % 8; reads++) // a different number of saves each round
+                        ASSERT_EQ(read(progress[0], &seen, 1), 1);
+                kill(child, SIGKILL);
+                waitpid(child, nullptr, 0);
+                close(progress[0]);
+                GKeyFile *after = g_key_file_new();
+                EXPECT_TRUE(g_key_file_load_from_file(after, path.c_str(), G_KEY_FILE_NONE, nullptr)) << round;
+                EXPECT_TRUE(g_key_file_has_key(after, "tracking", "unidentified_object_track", nullptr)) << round;
+                g_key_file_free(after);
+        }
+}
+
+} // namespace

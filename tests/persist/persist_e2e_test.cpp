@@ -1,0 +1,92 @@
+#include "service_process.h"
+
+#include <glib/gstdio.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <string>
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+// Starts the service on a host config directory, stops it with SIGTERM once it runs;
+// returns the settings store's change lines.
+Lines run_once(const std::string &conf_dir)
+{
+        ServiceOptions options;
+        options.conf_dir = conf_dir;
+        ServiceProcess service(options);
+        EXPECT_TRUE(service.wait_for_line("DEBUG: Running"));
+        service.send_signal(SIGTERM);
+        EXPECT_EQ(service.wait_exit(), 0);
+        EXPECT_TRUE(service.matching("CRITICAL").empty() && service.matching("WARNING").empty());
+        return service.matching("INFO: Setting ");
+}
+
+std::string file_text(const std::string &file)
+{
+        gchar *data = nullptr;
+        g_file_get_contents(file.c_str(), &data, nullptr, nullptr);
+        std::string copy(data ? data : "");
+        g_free(data);
+        return copy;
+}
+
+TEST(PersistEndToEnd, ServiceKeepsEverySettingAcrossRestartsAndLeavesTheFileIntact)
+{
+        gchar *dir = g_dir_make_tmp("trelvo-conf-XXXXXX", nullptr);
+        const std::string file = std::string(dir) + "/trelvo.conf";
+
+        // A first start creates the file; the load adds the zoom degree it lacks.
+        const Lines fresh = run_once(dir);
+        EXPECT_NE(std::find(fresh.begin(), fresh.end(), "trelvo: INFO: Setting zoom degree to 50.000000"), fresh.end());
+        EXPECT_NE(file_text(file).find("tilt_kd=0\nname=\nzoom_degree=50\n\n[tracking]\n"), std::string::npos);
+
+        // "s3cret", encrypted for the sandbox's eth0 address.
+        const std::string text = "[camera]\nmounting_height=7.5\npan_offset=-30.25\ntilt_offset=2.5\n"
+                                 "ip=10.0.0.7\nuser=op\npass=61bb09aa7cd86abc3df65e7bb9f677e7\n"
+                                 "pan_kp=0.5\npan_ki=0.25\npan_kd=0\ntilt_kp=2\ntilt_ki=0\ntilt_kd=0.125\n"
+                                 "name=\nzoom_degree=75\n\n[tracking]\nenabled=true\nguard_tour_enabled=false\n"
+                                 "guard_tour_time=4.7\nreturn_to_home_enabled=true\nreturn_to_home_timeout=120\n"
+                                 "small_object_track=true\nhuman_object_track=false\nvehicle_object_track=true\n"
+                                 "unidentified_object_track=true\n";
+        ASSERT_TRUE(g_file_set_contents(file.c_str(), text.c_str(), -1, nullptr));
+        const Lines expected = {
+                "trelvo: INFO: Setting connection to op@10.0.0.7",
+                "trelvo: INFO: Setting mounting height to 7.500000",
+                "trelvo: INFO: Setting object types to track - small:1, human:0, vehicle:1, unidentified:1",
+                "trelvo: INFO: Setting return to home enabled status to 1 (0=false, 1=true)",
+                "trelvo: INFO: Setting return to home timeout to 120",
+                "trelvo: INFO: Setting pan offset to -30.250000",
+                "trelvo: INFO: Setting tilt offset to 2.500000",
+                "trelvo: INFO: Setting zoom degree to 75.000000",
+        };
+        for (int start = 0; start < 2; start++) {
+                EXPECT_EQ(run_once(dir), expected) << "start " << start;
+                EXPECT_EQ(file_text(file), text) << "start " << start;
+        }
+        g_unlink(file.c_str());
+        g_rmdir(dir);
+        g_free(dir);
+}
+
+TEST(PersistEndToEnd, ConfigFileThatCannotBeCreatedStopsTheServiceAfterEveryTeardown)
+{
+        ServiceOptions options;
+        options.conf_read_only = true;
+        ServiceProcess service(options);
+        EXPECT_EQ(service.wait_exit(), 1);
+        EXPECT_EQ(service.matching("WARNING: Failed to write configuration to file, path: " TRELVO_CONF_DIR
+                                   "/trelvo.conf, error: ")
+                          .size(),
+                  1u);
+        EXPECT_EQ(service.matching("ERROR: "), Lines{"trelvo: ERROR: Failed to setup persistent"});
+        EXPECT_TRUE(service.matching("Setting up: settings_load").empty());
+        const Lines teardown = service.matching("Tearing down: ");
+        EXPECT_EQ(service.matching("Tearing down: persistent_cleanup").size(), 1u);
+        EXPECT_EQ(teardown.back(), "trelvo: DEBUG: Tearing down: settings_cleanup");
+        EXPECT_TRUE(service.matching("CRITICAL").empty());
+}
+
+} // namespace
