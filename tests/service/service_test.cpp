@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <algorithm>
+
 namespace {
 
 // The teardown trace lines, in order.
@@ -34,5 +36,33 @@ TEST_P(QuitSignal, StopsCleanlyWithStatusZeroAndTearsDownOnce)
 }
 
 INSTANTIATE_TEST_SUITE_P(SigtermAndSigint, QuitSignal, ::testing::Values(SIGTERM, SIGINT));
+
+// The zone client is the first step that needs the system bus: with none to be found the
+// service stops there, says so once, and still tears everything down.
+TEST(FailedSetup, WithoutABusStopsAtTheZoneClientWithStatusOne)
+{
+        ServiceOptions options;
+        options.bus = ServiceBus::none;
+        ServiceProcess service(options);
+        EXPECT_EQ(service.wait_exit(), 1);
+
+        EXPECT_EQ(service.matching("Failed to init radar zones"),
+                  std::vector<std::string>{"trelvo: ERROR: Failed to init radar zones"});
+        // The only other error line is the zone client's own reason.
+        for (const std::string &line : service.matching("ERROR")) {
+                if (line == "trelvo: ERROR: Failed to init radar zones")
+                        continue;
+                EXPECT_EQ(line.rfind("trelvo: ERROR: Failed to get radar_zones proxy: ", 0), 0u) << line;
+        }
+        EXPECT_TRUE(service.matching("Running").empty());
+        EXPECT_EQ(service.matching("Setting up: ").back(), "trelvo: DEBUG: Setting up: radar_zones_init");
+
+        std::vector<std::string> trace = teardown_trace(service);
+        EXPECT_FALSE(trace.empty());
+        EXPECT_EQ(std::count(trace.begin(), trace.end(), "trelvo: DEBUG: Tearing down: radar_zones_cleanup"), 1);
+        EXPECT_EQ(std::count(trace.begin(), trace.end(), "trelvo: DEBUG: Tearing down: exclude_areas_cleanup"), 1);
+        std::sort(trace.begin(), trace.end());
+        EXPECT_EQ(std::adjacent_find(trace.begin(), trace.end()), trace.end());
+}
 
 } // namespace

@@ -1,5 +1,8 @@
 #include "service_process.h"
 
+#include "private_bus.h"
+#include "sim_zones_process.h"
+
 #include <gtest/gtest.h>
 
 ServiceProcess::ServiceProcess(const ServiceOptions &options)
@@ -7,6 +10,13 @@ ServiceProcess::ServiceProcess(const ServiceOptions &options)
         GSubprocessLauncher *launcher = g_subprocess_launcher_new(
                 static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_MERGE));
         g_subprocess_launcher_setenv(launcher, "G_MESSAGES_DEBUG", options.debug_log ? "all" : "", TRUE);
+        std::string bus_address = private_bus_unreachable_address();
+        if (options.bus == ServiceBus::private_with_zones) {
+                bus_ = std::make_unique<PrivateBus>();
+                zones_ = std::make_unique<SimZonesProcess>(bus_->address(), options.zones_scenario);
+                bus_address = bus_->address();
+        }
+        g_subprocess_launcher_setenv(launcher, "DBUS_SYSTEM_BUS_ADDRESS", bus_address.c_str(), TRUE);
         for (const std::string &entry : options.environment) {
                 const auto eq = entry.find('=');
                 g_subprocess_launcher_setenv(launcher, entry.substr(0, eq).c_str(), entry.substr(eq + 1).c_str(),
@@ -17,6 +27,8 @@ ServiceProcess::ServiceProcess(const ServiceOptions &options)
                 argv.push_back("--conf-dir");
                 argv.push_back(options.conf_dir.c_str());
         }
+        if (options.conf_read_only)
+                argv.push_back("--conf-readonly");
         argv.push_back("--");
         argv.push_back(TRELVO_BINARY);
         argv.push_back(nullptr);

@@ -4,13 +4,26 @@
 
 #include <gio/gio.h>
 
+#include <memory>
 #include <string>
 #include <vector>
+
+class PrivateBus;
+class SimZonesProcess;
+
+// The system bus the service finds through DBUS_SYSTEM_BUS_ADDRESS: never the machine's.
+enum class ServiceBus {
+        private_with_zones, // a private dbus-daemon of its own, with sim-zones serving on it
+        none,               // an address where nothing listens
+};
 
 struct ServiceOptions {
         std::string conf_dir;                 // host directory mounted as the config directory; "" = fresh tmpfs
         std::vector<std::string> environment; // extra NAME=value entries
         bool debug_log = true;                // G_MESSAGES_DEBUG=all, for the set-up and teardown trace
+        ServiceBus bus = ServiceBus::private_with_zones;
+        std::string zones_scenario; // scenario whose zones sim-zones serves; "" = no zones
+        bool conf_read_only = false; // the config directory mounted read-only
 };
 
 class ServiceProcess {
@@ -32,6 +45,9 @@ public:
 private:
         bool read_line();
 
+        // Declared first, destroyed last: the bus and sim-zones outlive the service.
+        std::unique_ptr<PrivateBus> bus_;
+        std::unique_ptr<SimZonesProcess> zones_;
         GSubprocess *process_ = nullptr;
         GDataInputStream *output_ = nullptr;
         std::vector<std::string> lines_;

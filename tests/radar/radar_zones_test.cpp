@@ -1,0 +1,271 @@
+// The zone client against a real private dbus-daemon and the real sim-zones.
+#include "exclude_areas.h"
+#include "log_capture.h"
+#include "private_bus.h"
+#include "radar_zones.h"
+#include "sim_zones_process.h"
+
+#include <glib/gstdio.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <functional>
+#include <memory>
+
+namespace {
+
+PrivateBus *bus;
+
+// One bus for the whole program: GIO keeps one system-bus connection per process.
+class BusEnvironment : public ::testing::Environment {
+public:
+        void SetUp() override
+        {
+                bus = new PrivateBus();
+                GDBusConnection *connection = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+                ASSERT_NE(connection, nullptr);
+                // Stopping the bus at the end must not end this process.
+                g_dbus_connection_set_exit_on_close(connection, FALSE);
+                g_object_unref(connection);
+        }
+        void TearDown() override { delete bus; }
+};
+
+const auto *const environment = ::testing::AddGlobalTestEnvironment(new BusEnvironment);
+
+// Runs the main context until the condition holds, with a generous upper bound.
+bool iterate_until(const std::function<bool()> &condition)
+{
+        bool expired = false;
+        const guint bound = g_timeout_add_seconds(
+                20,
+                +[](gpointer flag) -> gboolean {
+                        *static_cast<bool *>(flag) = true;
+                        return G_SOURCE_REMOVE;
+                },
+                &expired);
+        while (!condition() && !expired)
+                g_main_context_iteration(nullptr, TRUE);
+        if (!expired)
+                g_source_remove(bound);
+        return condition();
+}
+
+// Everything the bus sent before now has been dispatched on the main context: a call to
+// the bus daemon is answered after the signals queued ahead of its reply.
+void drain_bus()
+{
+        GDBusConnection *connection = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+        GVariant *reply = g_dbus_connection_call_sync(connection, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                                      "org.freedesktop.DBus", "GetId", nullptr, nullptr,
+                                                      G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+        if (reply)
+                g_variant_unref(reply);
+        g_object_unref(connection);
+        while (g_main_context_iteration(nullptr, FALSE)) {
+        }
+}
+
+bool set_zones(const char *json)
+{
+        return sim_zones_control("SetZones", g_variant_new("(s)", json));
+}
+
+bool set_reply(const char *method, const char *body)
+{
+        return sim_zones_control("SetReply", g_variant_new("(ss)", method, body));
+}
+
+// Zone 1: an enabled square "gate" around the origin plus a second enabled entry of it,
+// a square of another kind and a disabled square elsewhere.
+constexpr const char *mixed_zones = R"([
+  {"id": 1, "areas": [
+    {"name": "gate", "enabled": true, "kind": "excludeArea",
+     "polygon": [[-0.2, -0.2], [0.2, -0.2], [0.2, 0.2], [-0.2, 0.2]]},
+    {"name": "yard", "enabled": true, "kind": "excludeArea",
+     "polygon": [[0.5, 0.5], [0.7, 0.5], [0.7, 0.7]]},
+    {"name": "road", "enabled": true, "kind": "includeArea",
+     "polygon": [[-0.8, 0.5], [-0.6, 0.5], [-0.6, 0.7], [-0.8, 0.7]]},
+    {"name": "shed", "enabled": false, "kind": "excludeArea",
+     "polygon": [[-0.8, -0.8], [-0.6, -0.8], [-0.6, -0.6], [-0.8, -0.6]]}
+  ]}
+])";
+
+constexpr const char *east_zone = R"([{"id": 4, "areas": [{"name": "east", "polygon": [[0.4, -0.1], [0.9, -0.1], [0.9, 0.1], [0.4, 0.1]]}]}])";
+
+class RadarZones : public ::testing::Test {
+protected:
+        void SetUp() override
+        {
+                ASSERT_TRUE(bus->running());
+                exclude_areas_init();
+        }
+        void TearDown() override
+        {
+                radar_zones_cleanup();
+                exclude_areas_cleanup();
+                sim.reset();
+                drain_bus();
+        }
+
+        void start_sim(const std::string &scenario = "")
+        {
+                sim = std::make_unique<SimZonesProcess>(bus->address(), scenario);
+                ASSERT_TRUE(sim->ready());
+        }
+
+        std::string write_scenario(const char *json)
+        {
+                gchar *dir = g_dir_make_tmp("trelvo-zones-XXXXXX", nullptr);
+                scenario_dir = dir;
+                g_free(dir);
+                const std::string path = scenario_dir + "/scenario.json";
+                std::ofstream(path) << "{\"rate_hz\": 10, \"zones\": " << json << "}";
+                return path;
+        }
+
+        void TearDownScenario()
+        {
+                if (scenario_dir.empty())
+                        return;
+                g_remove((scenario_dir + "/scenario.json").c_str());
+                g_rmdir(scenario_dir.c_str());
+        }
+
+        ~RadarZones() override { TearDownScenario(); }
+
+        LogCapture log;
+        std::unique_ptr<SimZonesProcess> sim;
+        std::string scenario_dir;
+};
+
+TEST_F(RadarZones, InitialFetchStoresTheEnabledExclusionAreasOfEveryEntry)
+{
+        start_sim(sim_zones_demo_scenario());
+        ASSERT_TRUE(radar_zones_init());
+        EXPECT_TRUE(exclude_areas_contains(-0.9, -0.9)); // the demo's gate
+        EXPECT_FALSE(exclude_areas_contains(0, 0));
+
+        ASSERT_TRUE(set_zones(mixed_zones));
+        radar_zones_fetch();
+        EXPECT_TRUE(exclude_areas_contains(0, 0));      // gate
+        EXPECT_TRUE(exclude_areas_contains(0.65, 0.55)); // yard: same zone, either ring counts
+        EXPECT_FALSE(exclude_areas_contains(-0.7, 0.6)); // another kind
+        EXPECT_FALSE(exclude_areas_contains(-0.7, -0.7)); // disabled entry
+        EXPECT_FALSE(exclude_areas_contains(0.5, 0));
+        EXPECT_TRUE(log.matching("ERROR").empty());
+}
+
+TEST_F(RadarZones, ZonesChangedRebuildsTheStoreFromTheSignal)
+{
+        start_sim();
+        ASSERT_TRUE(radar_zones_init());
+        EXPECT_FALSE(exclude_areas_contains(0, 0));
+
+        ASSERT_TRUE(set_zones(mixed_zones));
+        EXPECT_TRUE(iterate_until([] { return exclude_areas_contains(0, 0); }));
+        EXPECT_FALSE(exclude_areas_contains(-0.7, -0.7));
+
+        // Zones that overlap only in part: the overlap alone is excluded.
+        ASSERT_TRUE(set_zones(R"([
+          {"id": 1, "areas": [{"name": "a", "polygon": [[-0.5, -0.5], [0.1, -0.5], [0.1, 0.5], [-0.5, 0.5]]}]},
+          {"id": 2, "areas": [{"name": "b", "polygon": [[-0.1, -0.5], [0.5, -0.5], [0.5, 0.5], [-0.1, 0.5]]}]}
+        ])"));
+        EXPECT_TRUE(iterate_until([] { return !exclude_areas_contains(-0.3, 0); }));
+        EXPECT_TRUE(exclude_areas_contains(0, 0));
+        EXPECT_FALSE(exclude_areas_contains(0.3, 0));
+
+        ASSERT_TRUE(set_zones("[]"));
+        EXPECT_TRUE(iterate_until([] { return !exclude_areas_contains(0, 0); }));
+        EXPECT_TRUE(exclude_areas_contains(0, 1.5));
+        EXPECT_TRUE(log.matching("ERROR").empty());
+}
+
+TEST_F(RadarZones, TheStoreOutlivesTheServiceAndARestartFetchesAnew)
+{
+        start_sim();
+        ASSERT_TRUE(set_zones(mixed_zones));
+        ASSERT_TRUE(radar_zones_init());
+        ASSERT_TRUE(exclude_areas_contains(0, 0));
+
+        sim->stop();
+        drain_bus();
+        EXPECT_TRUE(exclude_areas_contains(0, 0));
+        EXPECT_TRUE(log.matching("ERROR").empty());
+
+        // The new instance's zones arrive only through its name appearing: it sends no signal.
+        start_sim(write_scenario(east_zone));
+        EXPECT_TRUE(iterate_until([] { return exclude_areas_contains(0.6, 0); }));
+        EXPECT_FALSE(exclude_areas_contains(0, 0));
+}
+
+TEST_F(RadarZones, PayloadsOfTheWrongTypeLoadNothingAndAreReported)
+{
+        start_sim();
+        ASSERT_TRUE(set_zones(mixed_zones));
+        ASSERT_TRUE(radar_zones_init());
+        ASSERT_TRUE(exclude_areas_contains(0, 0));
+
+        ASSERT_TRUE(set_reply("GetZones", "('gate', 1)"));
+        radar_zones_fetch();
+        EXPECT_FALSE(exclude_areas_contains(0, 0));
+        EXPECT_EQ(log.lines(), std::vector<std::string>{"ERROR: Could not get zones"});
+
+        log.clear();
+        ASSERT_TRUE(set_reply("GetZones", "()"));
+        radar_zones_fetch();
+        EXPECT_EQ(log.lines(), std::vector<std::string>{"ERROR: Could not get zones"});
+
+        // A listing with an extra element is read by its first; areas of the wrong type
+        // are skipped without a word, and the entries after them still load.
+        log.clear();
+        ASSERT_TRUE(set_reply("GetZones", "([(1, [('bad', true), ('gate', true)])], 'extra')"));
+        ASSERT_TRUE(sim_zones_control("SetZones", g_variant_new("(s)", R"([{"id": 1, "areas": [
+          {"name": "bad", "kind": "excludeArea", "polygon": [[0.5, 0.5], [0.7, 0.5], [0.7, 0.7]]},
+          {"name": "gate", "polygon": [[-0.2, -0.2], [0.2, -0.2], [0.2, 0.2], [-0.2, 0.2]]}]}])")));
+        ASSERT_TRUE(iterate_until([] { return exclude_areas_contains(0, 0); }));
+        ASSERT_TRUE(set_reply("GetZoneAreas", "([('excludeArea', [(1, 2)])],)"));
+        radar_zones_fetch();
+        EXPECT_FALSE(exclude_areas_contains(0.65, 0.55));
+        EXPECT_FALSE(exclude_areas_contains(0, 0)); // every GetZoneAreas answer is bad now
+        ASSERT_TRUE(set_reply("GetZoneAreas", ""));
+        radar_zones_fetch();
+        EXPECT_TRUE(exclude_areas_contains(0, 0));
+        EXPECT_TRUE(exclude_areas_contains(0.65, 0.55));
+        EXPECT_TRUE(log.lines().empty());
+
+        // A signal of the wrong layout empties the store like an empty one, with the line.
+        ASSERT_TRUE(sim_zones_control("EmitZonesChanged", g_variant_new("(s)", "(42,)")));
+        EXPECT_TRUE(iterate_until([] { return !exclude_areas_contains(0, 0); }));
+        EXPECT_EQ(log.lines(), std::vector<std::string>{"ERROR: Could not get zones"});
+}
+
+TEST_F(RadarZones, AServiceThatVanishesMidCallLeavesAConsistentStore)
+{
+        start_sim();
+        ASSERT_TRUE(set_zones(mixed_zones));
+        ASSERT_TRUE(radar_zones_init());
+
+        // Gone while asked for an entry's areas: the listing loads without them.
+        ASSERT_TRUE(sim_zones_control("VanishOn", g_variant_new("(s)", "GetZoneAreas")));
+        radar_zones_fetch();
+        EXPECT_FALSE(exclude_areas_contains(0, 0));
+        EXPECT_TRUE(log.lines().empty());
+        sim->wait_exit();
+        drain_bus();
+
+        start_sim(write_scenario(mixed_zones));
+        ASSERT_TRUE(iterate_until([] { return exclude_areas_contains(0, 0); }));
+
+        // Gone while asked for the zones: reported, and nothing is excluded any more.
+        ASSERT_TRUE(sim_zones_control("VanishOn", g_variant_new("(s)", "GetZones")));
+        radar_zones_fetch();
+        EXPECT_FALSE(exclude_areas_contains(0, 0));
+        const std::vector<std::string> lines = log.lines();
+        ASSERT_EQ(lines.size(), 2u);
+        EXPECT_EQ(lines[0].rfind("ERROR: Failed to call GetZones: ", 0), 0u) << lines[0];
+        EXPECT_EQ(lines[1], "ERROR: Could not get zones");
+        sim->wait_exit();
+}
+
+} // namespace
