@@ -1,0 +1,151 @@
+#include "in_process_provider.h"
+#include "radar_scene_subscriber.h"
+
+#include <glib/gstdio.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <mutex>
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// What the callback received: each frame copied up to its own length field.
+struct Delivered {
+        std::mutex mutex;
+        std::condition_variable arrived;
+        std::vector<Bytes> frames;
+};
+Delivered delivered;
+
+uint32_t be32(const uint8_t *b)
+{
+        return (uint32_t{b[0]} << 24) | (uint32_t{b[1]} << 16) | (uint32_t{b[2]} << 8) | uint32_t{b[3]};
+}
+
+void collect(uint8_t *frame)
+{
+        // Reading up to the length field is what the frame decoder does; the sanitizers
+        // catch a buffer that is shorter.
+        const uint32_t length = std::max<uint32_t>(be32(frame), 4);
+        Bytes copy(frame, frame + length);
+        free(frame);
+        std::lock_guard lock(delivered.mutex);
+        delivered.frames.push_back(std::move(copy));
+        delivered.arrived.notify_all();
+}
+
+// Waits for the n-th frame, bounded so a broken subscriber fails instead of hanging.
+bool wait_for_frames(size_t n)
+{
+        std::unique_lock lock(delivered.mutex);
+        return delivered.arrived.wait_for(lock, std::chrono::seconds(10),
+                                          [n] { return delivered.frames.size() >= n; });
+}
+
+std::vector<Bytes> frames()
+{
+        std::lock_guard lock(delivered.mutex);
+        return delivered.frames;
+}
+
+const std::vector<std::string> unit_classes{"Raw", "RawAssociated", "Unknown", "Human", "Vehicle", "SmallObject"};
+
+class SubscriberTest : public ::testing::Test {
+protected:
+        void SetUp() override
+        {
+                dir_ = g_dir_make_tmp("subscriber-XXXXXX", nullptr);
+                path_ = std::string(dir_) + "/scene-provider.sock";
+                g_setenv("RADAR_SCENE_PROVIDER_SOCKET", path_.c_str(), TRUE);
+                std::lock_guard lock(delivered.mutex);
+                delivered.frames.clear();
+        }
+        void TearDown() override
+        {
+                radar_scene_subscriber_delete(subscriber_);
+                g_rmdir(dir_);
+                g_free(dir_);
+        }
+        // Subscribes and waits until the provider has accepted the reader's connection
+        // (its accepted-count reaching connections), so later packets reach it.
+        void subscribe(InProcessProvider &provider, size_t connections)
+        {
+                subscriber_ = subscriber_ ? subscriber_ : radar_scene_subscriber_create(0, 3, 0);
+                radar_scene_subscriber_set_on_message_arrived_callback(subscriber_, collect);
+                radar_scene_subscriber_set_reconnect(subscriber_, 1);
+                ASSERT_EQ(radar_scene_subscriber_subscribe(subscriber_), 0);
+                ASSERT_TRUE(provider.publisher().wait_for_accepted(connections, 10000));
+        }
+
+        gchar *dir_ = nullptr;
+        std::string path_;
+        RadarSceneSubscriber *subscriber_ = nullptr;
+};
+
+TEST_F(SubscriberTest, DeliversPacketsInOrderPaddedToTheirLengthField)
+{
+        InProcessProvider provider(path_, unit_classes);
+        ASSERT_TRUE(provider.ok()) << provider.error();
+        subscribe(provider, 1);
+
+        const Bytes exact = {0, 0, 0, 6, 0x08, 0x01};
+        const Bytes lying = {0, 0, 0, 12, 0x08, 0x01};            // claims 6 bytes more than it has
+        const Bytes stub = {0, 0};                                // not even a whole length field
+        const Bytes empty = {};                                   // not the end of the connection
+        const Bytes huge = {0x7F, 0xFF, 0xFF, 0xFF, 0x08, 0x01}; // beyond any frame: dropped
+        const Bytes longer = {0, 0, 0, 5, 0x08, 0x01, 0x02};     // more than its length field says
+        for (const Bytes *packet : {&exact, &lying, &stub, &empty, &huge, &longer})
+                provider.publisher().publish(packet->data(), packet->size());
+        ASSERT_TRUE(wait_for_frames(5));
+        EXPECT_EQ(frames(), (std::vector<Bytes>{exact,
+                                                {0, 0, 0, 12, 0x08, 0x01, 0, 0, 0, 0, 0, 0},
+                                                {0, 0, 0, 0},
+                                                {0, 0, 0, 0},
+                                                {0, 0, 0, 5, 0x08}}));
+
+}
+
+TEST_F(SubscriberTest, ReconnectsToARestartedProviderAndKeepsOldNamesReadable)
+{
+        subscriber_ = radar_scene_subscriber_create(0, 3, 0);
+        char **names = reinterpret_cast<char **>(0x1);
+        EXPECT_EQ(radar_scene_subscriber_get_object_classifications(subscriber_, &names), 0);
+        EXPECT_EQ(names, nullptr);
+        {
+                // An empty name and one with a space survive the NUL-separated packet.
+                InProcessProvider provider(path_, {"Human", "", "Small Object"});
+                ASSERT_TRUE(provider.ok()) << provider.error();
+                ASSERT_EQ(radar_scene_subscriber_get_object_classifications(subscriber_, &names), 3);
+                EXPECT_STREQ(names[1], "");
+                EXPECT_STREQ(names[2], "Small Object");
+                subscribe(provider, 2);
+        }
+        // The provider is gone and comes back with other names; the retry finds it.
+        InProcessProvider restarted(path_, {"Human", "Vehicle"});
+        ASSERT_TRUE(restarted.ok()) << restarted.error();
+        ASSERT_TRUE(restarted.publisher().wait_for_accepted(1, 10000));
+        const Bytes frame = {0, 0, 0, 5, 0x04};
+        restarted.publisher().publish(frame.data(), frame.size());
+        ASSERT_TRUE(wait_for_frames(1));
+        EXPECT_EQ(frames()[0], frame);
+
+        EXPECT_STREQ(names[0], "Human"); // the first list stays valid until delete
+        char **current = nullptr;
+        ASSERT_EQ(radar_scene_subscriber_get_object_classifications(subscriber_, &current), 2);
+        EXPECT_STREQ(current[1], "Vehicle");
+}
+
+TEST_F(SubscriberTest, UnsubscribeEndsTheRetryWaitWithoutAProvider)
+{
+        subscriber_ = radar_scene_subscriber_create(0, 3, 0);
+        radar_scene_subscriber_set_reconnect(subscriber_, 1);
+        ASSERT_EQ(radar_scene_subscriber_subscribe(subscriber_), 0);
+        EXPECT_EQ(radar_scene_subscriber_unsubscribe(subscriber_), 0);
+        ASSERT_EQ(radar_scene_subscriber_subscribe(subscriber_), 0); // delete ends this one
+}
+
+} // namespace

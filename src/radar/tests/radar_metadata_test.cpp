@@ -1,0 +1,314 @@
+#include "radar_metadata.h"
+
+#include "clock.h"
+#include "exclude_areas.h"
+#include "in_process_provider.h"
+#include "log_capture.h"
+#include "settings.h"
+#include "target_tracker.h"
+#include "tracking.h"
+
+#include <glib/gstdio.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <thread>
+
+namespace {
+
+const std::vector<std::string> unit_classes{"Raw", "RawAssociated", "Unknown", "Human", "Vehicle", "SmallObject"};
+constexpr uint32_t human = 3, vehicle = 4, small_object = 5;
+
+// The tracker's radar targets by object id (inspected between scenes, on this thread).
+struct Target {
+        float pan, tilt;
+        bool present;
+};
+std::map<uint32_t, Target> radar_targets()
+{
+        std::map<uint32_t, Target> out;
+        for (const auto &group : get_target_tracker()->groups())
+                for (const auto &t : group->targets)
+                        if (t->source == 1)
+                                out[t->object] = {t->pan, t->tilt, t->present != 0};
+        return out;
+}
+
+// A complete object; tests clear the fields they want missing. The box point (x, y) is
+// what the exclusion zones see.
+Object *add_object(Scene &scene, uint32_t id, float azimuth, uint32_t class_id = human, float x = 0.0f,
+                   float y = 0.5f)
+{
+        Object *object = scene.add_objects();
+        object->set_id(id);
+        object->mutable_bounding_box()->set_left(x);
+        object->mutable_bounding_box()->set_top(y);
+        object->mutable_position()->set_x(10.0f);
+        object->mutable_position()->set_y(azimuth);
+        object->mutable_labels()->add_labels()->set_id(class_id);
+        return object;
+}
+
+// Hands over a malloc'ed copy, as the subscriber does.
+void handle_bytes(const std::vector<uint8_t> &bytes)
+{
+        auto *frame = static_cast<uint8_t *>(malloc(bytes.size()));
+        memcpy(frame, bytes.data(), bytes.size());
+        radar_metadata_handle_scene(frame);
+}
+
+void handle(const Scene &scene)
+{
+        handle_bytes(scene_publisher_frame(scene));
+}
+
+// The one exclusion zone: a square around (0, 0.8).
+void exclude_top_square()
+{
+        exclude_areas_clear();
+        GVariant *ring = g_variant_ref_sink(g_variant_new_parsed("[(-0.2, 0.6), (0.2, 0.6), (0.2, 1.0), (-0.2, 1.0)]"));
+        exclude_areas_add(1, ring);
+        g_variant_unref(ring);
+        exclude_areas_publish();
+}
+
+// Waits (bounded) until n lines containing text were logged: the scene thread's progress.
+bool wait_for_lines(const LogCapture &log, const std::string &text, size_t n)
+{
+        const gint64 deadline = g_get_monotonic_time() + 10 * G_TIME_SPAN_SECOND;
+        while (log.matching(text).size() < n) {
+                if (g_get_monotonic_time() > deadline)
+                        return false;
+                g_thread_yield();
+        }
+        return true;
+}
+
+// A frame the handler rejects with a warning: marks a point in the stream.
+const std::vector<uint8_t> marker_frame = {0, 0, 0, 4};
+const char marker_line[] = "Got invalid serialized scene size 4";
+
+class RadarMetadataTest : public ::testing::Test {
+protected:
+        void SetUp() override
+        {
+                clock_use_manual(1000000);
+                settings_set_mounting_height(4.0);
+                settings_set_tilt_offset(0.0);
+                settings_set_object_types(FALSE, TRUE, TRUE, FALSE);
+                controller_ = ptz_controller_create();
+                tracker_ = target_tracker_create();
+                tracking_core_attach(controller_, tracker_);
+                exclude_areas_init();
+                dir_ = g_dir_make_tmp("intake-XXXXXX", nullptr);
+                g_setenv("RADAR_SCENE_PROVIDER_SOCKET", (std::string(dir_) + "/provider.sock").c_str(), TRUE);
+        }
+        void TearDown() override
+        {
+                radar_metadata_cleanup();
+                provider_.reset();
+                exclude_areas_cleanup();
+                tracking_core_attach(nullptr, nullptr);
+                target_tracker_destroy(tracker_);
+                ptz_controller_destroy(controller_);
+                g_rmdir(dir_);
+                g_free(dir_);
+                clock_use_real();
+        }
+        // Serves the names and runs the set-up against them.
+        void start(const std::vector<std::string> &classes = unit_classes)
+        {
+                provider_ = std::make_unique<InProcessProvider>(g_getenv("RADAR_SCENE_PROVIDER_SOCKET"), classes);
+                ASSERT_TRUE(provider_->ok()) << provider_->error();
+                ASSERT_TRUE(radar_metadata_setup());
+                log_.clear();
+        }
+
+        LogCapture log_;
+        std::unique_ptr<InProcessProvider> provider_;
+        PtzController *controller_ = nullptr;
+        TargetTracker *tracker_ = nullptr;
+        gchar *dir_ = nullptr;
+};
+
+TEST_F(RadarMetadataTest, ClassMaskComesFromTheNamesTheRadarReports)
+{
+        start({"SmallObject", "raw", "Truck", "Human"});
+        // "raw" and "Truck" are unknown (bit 2); nothing maps to Raw, Vehicle.
+        EXPECT_EQ(radar_metadata_get_object_classes(), 0x20u | 0x04u | 0x08u);
+        radar_metadata_cleanup();
+        provider_.reset();
+
+        // Without a provider there are no classes: every labelled object is an error.
+        ASSERT_TRUE(radar_metadata_setup());
+        EXPECT_EQ(radar_metadata_get_object_classes(), 0u);
+        Scene scene;
+        add_object(scene, 1, 20.0f, 0);
+        handle(scene);
+        EXPECT_EQ(log_.lines(), std::vector<std::string>{"ERROR: got object with classification error"});
+}
+
+TEST_F(RadarMetadataTest, ZonesAndClassSwitchesSkipSilentlyAndTheFirstFaultEndsTheScene)
+{
+        start();
+        exclude_top_square();
+        Scene scene;
+        add_object(scene, 1, 20.0f);
+        // Excluded and without a position: the zone test comes first, so no message.
+        add_object(scene, 2, 30.0f, human, 0.0f, 0.8f)->clear_position();
+        add_object(scene, 3, 40.0f, small_object); // the small switch is off
+        add_object(scene, 4, 50.0f, 1);            // RawAssociated is always followed
+        add_object(scene, 5, 60.0f)->clear_position();
+        add_object(scene, 6, 70.0f);               // after the fault: never reached
+        handle(scene);
+
+        EXPECT_EQ(log_.lines(), std::vector<std::string>{"ERROR: got scene without a polar position"});
+        const auto targets = radar_targets();
+        ASSERT_EQ(targets.size(), 2u);
+        // Range 10 at mounting height 4: azimuth becomes pan, tilt from the range.
+        EXPECT_FLOAT_EQ(targets.at(1).pan, 20.0f);
+        EXPECT_NEAR(targets.at(1).tilt, -16.699245f, 1e-4f);
+        EXPECT_FLOAT_EQ(targets.at(4).pan, 50.0f);
+}
+
+TEST_F(RadarMetadataTest, EachFaultIsLoggedAndEndsTheWalkAfterEarlierObjectsWereTaken)
+{
+        start();
+        const std::vector<std::pair<void (*)(Object *), std::string>> faults = {
+                {[](Object *o) { o->clear_id(); }, "ERROR: got object without id"},
+                {[](Object *o) { o->clear_bounding_box(); }, "ERROR: got scene without a box"},
+                {[](Object *o) { o->clear_labels(); }, "ERROR: got object without classification"},
+                {[](Object *o) { o->mutable_labels()->mutable_labels(0)->set_id(6); },
+                 "ERROR: got object with classification error"},
+        };
+        for (const auto &[spoil, line] : faults) {
+                Scene scene;
+                add_object(scene, 1, 20.0f);
+                spoil(add_object(scene, 2, 30.0f));
+                add_object(scene, 3, 40.0f);
+                log_.clear();
+                handle(scene);
+                EXPECT_EQ(log_.lines(), std::vector<std::string>{line});
+                const auto targets = radar_targets();
+                EXPECT_TRUE(targets.size() == 1 && targets.at(1).present) << line;
+        }
+}
+
+TEST_F(RadarMetadataTest, SweepRemovesWhatTheLatestSceneDidNotAccept)
+{
+        start();
+        exclude_top_square();
+        Scene first;
+        for (uint32_t id : {1u, 2u, 3u})
+                add_object(first, id, 10.0f * static_cast<float>(id));
+        add_object(first, 4, 40.0f, vehicle);
+        handle(first);
+        ASSERT_EQ(radar_targets().size(), 4u);
+
+        // 1 listed twice (the later position wins), 2 moved into the zone, 3 gone,
+        // 4 still there but no longer followed once the vehicle switch is off.
+        settings_set_object_types(FALSE, TRUE, FALSE, FALSE);
+        Scene second;
+        add_object(second, 1, 11.0f);
+        add_object(second, 2, 20.0f, human, 0.0f, 0.8f);
+        add_object(second, 1, 12.0f);
+        add_object(second, 4, 40.0f, vehicle);
+        handle(second);
+        auto targets = radar_targets();
+        EXPECT_TRUE(targets.at(1).present);
+        EXPECT_FLOAT_EQ(targets.at(1).pan, 12.0f);
+        EXPECT_FALSE(targets.at(2).present || targets.at(3).present || targets.at(4).present);
+
+        // A valid scene without objects removes the rest; the tracker lets go once they expire.
+        Scene empty;
+        empty.set_time(1);
+        handle(empty);
+        EXPECT_FALSE(radar_targets().at(1).present);
+        clock_advance_us(1100000);
+        tracker_refresh();
+        float pan, tilt, width;
+        EXPECT_FALSE(tracker_get_target(&pan, &tilt, &width, 0.0f, 0.0f));
+        EXPECT_TRUE(log_.matching("ERROR").empty());
+}
+
+TEST_F(RadarMetadataTest, RejectedFramesAreLoggedAndSweepEveryKnownObject)
+{
+        start();
+        const std::vector<std::pair<std::vector<uint8_t>, std::string>> cases = {
+                {{0, 0, 0, 4}, "WARNING: Got invalid serialized scene size 4 from provider"},
+                {{0, 0, 0, 9, 0x1A, 0x07, 0x08, 0x01, 0x00}, "WARNING: Failed to read deserialize scene from provider"},
+                // What the subscriber makes of a packet that claims more than it carries.
+                {{0, 0, 0, 10, 0x08, 0x01, 0, 0, 0, 0}, "WARNING: Failed to read deserialize scene from provider"},
+        };
+        // A target reported gone stays gone in the tracker: a new object for each case.
+        uint32_t id = 7;
+        for (const auto &[bytes, line] : cases) {
+                Scene scene;
+                add_object(scene, ++id, 20.0f);
+                handle(scene);
+                log_.clear();
+                handle_bytes(bytes);
+                EXPECT_EQ(log_.lines(), std::vector<std::string>{line});
+                EXPECT_FALSE(radar_targets().at(id).present) << line;
+        }
+}
+
+// Scenes arrive on the subscriber's thread while the main loop rebuilds the zones, reads
+// the class mask, changes the class switches and runs the tracker: ThreadSanitizer checks it.
+TEST_F(RadarMetadataTest, EnabledOnceScenesFlowWhileZonesAreRebuilt)
+{
+        start();
+        radar_metadata_set_enabled(FALSE); // never enabled: nothing to undo
+        radar_metadata_request_enabled(TRUE);
+        EXPECT_EQ(provider_->publisher().accepted(), 1u); // deferred: only set-up's query so far
+        while (g_main_context_iteration(nullptr, FALSE))
+                ;
+        radar_metadata_set_enabled(TRUE); // a second subscribe would log an error
+        ASSERT_TRUE(provider_->publisher().wait_for_accepted(2, 10000));
+
+        constexpr int batches = 25, scenes_per_batch = 8; // the socket queues 10 packets
+        std::atomic<bool> finished{false};
+        std::thread provider_side([this, &finished] {
+                for (int b = 0; b < batches; b++) {
+                        for (int i = 0; i < scenes_per_batch; i++) {
+                                Scene scene;
+                                for (uint32_t id = 0; id < 8; id++)
+                                        add_object(scene, id + static_cast<uint32_t>(i % 2), 5.0f * static_cast<float>(id),
+                                                   id % 2 ? human : vehicle, 0.1f * static_cast<float>(id) - 0.4f, 0.8f);
+                                provider_->publisher().publish_scene(scene);
+                        }
+                        provider_->publisher().publish(marker_frame.data(), marker_frame.size());
+                        if (!wait_for_lines(log_, marker_line, static_cast<size_t>(b) + 1))
+                                break;
+                }
+                finished = true;
+        });
+        for (int i = 0; !finished; i++) {
+                if (i % 2) {
+                        exclude_top_square();
+                } else {
+                        exclude_areas_clear();
+                        exclude_areas_publish();
+                }
+                settings_set_object_types(FALSE, TRUE, i % 3 != 0, FALSE);
+                EXPECT_EQ(radar_metadata_get_object_classes(), 0x3Fu);
+                clock_advance_us(100000);
+                tracker_refresh();
+                float pan, tilt, width;
+                tracker_get_target(&pan, &tilt, &width, 0.0f, 0.0f);
+        }
+        provider_side.join();
+        EXPECT_EQ(log_.matching(marker_line).size(), static_cast<size_t>(batches));
+        EXPECT_EQ(log_.matching("ERROR").size(), 0u);
+
+        radar_metadata_request_enabled(FALSE);
+        while (g_main_context_iteration(nullptr, FALSE))
+                ;
+        radar_metadata_set_enabled(FALSE);
+        EXPECT_EQ(log_.matching("ERROR").size(), 0u);
+}
+
+} // namespace
