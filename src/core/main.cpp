@@ -6,8 +6,6 @@
 #include "service.h"
 #include "settings.h"
 
-#include <array>
-
 namespace {
 
 bool radar_metadata_setup_step(void)
