@@ -8,40 +8,13 @@
 
 namespace {
 
-bool radar_metadata_setup_step(void)
-{
-        return radar_metadata_setup();
-}
-
-bool persistent_setup_step(void)
-{
-        return persistent_setup();
-}
-
-bool settings_load_step(void)
-{
-        settings_load();
-        return true;
-}
-
-bool exclude_areas_init_step(void)
-{
-        exclude_areas_init();
-        return true;
-}
-
-bool radar_zones_init_step(void)
-{
-        return radar_zones_init();
-}
-
 // Start-up order; the first step that fails stops the service with status 1.
 constexpr ServiceStep setup_steps[] = {
-        {"radar_metadata_setup", radar_metadata_setup_step, "%sFailed to setup radar metadata"},
-        {"persistent_setup", persistent_setup_step, "%sFailed to setup persistent"},
-        {"settings_load", settings_load_step, nullptr},
-        {"exclude_areas_init", exclude_areas_init_step, nullptr},
-        {"radar_zones_init", radar_zones_init_step, "%sFailed to init radar zones"},
+        {"radar_metadata_setup", service_step<radar_metadata_setup>, "%sFailed to setup radar metadata"},
+        {"persistent_setup", service_step<persistent_setup>, "%sFailed to setup persistent"},
+        {"settings_load", service_step<settings_load>, nullptr},
+        {"exclude_areas_init", service_step<exclude_areas_init>, nullptr},
+        {"radar_zones_init", service_step<radar_zones_init>, "%sFailed to init radar zones"},
 };
 
 // Runs in full after a quit signal and after a failed start-up alike.

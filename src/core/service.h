@@ -3,6 +3,7 @@
 #pragma once
 
 #include <span>
+#include <type_traits>
 
 struct ServiceStep {
         const char *name;            // the function, for the debug trace
@@ -14,6 +15,19 @@ struct ServiceTeardown {
         const char *name;
         void (*teardown)(void); // must be safe when its set-up failed or never ran
 };
+
+// A subsystem's set-up as a step: a function returning a truth value (gboolean or bool)
+// is ready when true; a function returning nothing cannot fail.
+template <auto setup>
+bool service_step(void)
+{
+        if constexpr (std::is_void_v<decltype(setup())>) {
+                setup();
+                return true;
+        } else {
+                return setup();
+        }
+}
 
 // Runs the steps in order until one fails, runs the main loop until SIGINT or SIGTERM,
 // then runs every teardown. Returns the exit status: 0 after a quit signal, 1 after a
