@@ -52,16 +52,12 @@ TEST(PersistEndToEnd, ServiceKeepsEverySettingAcrossRestartsAndLeavesTheFileInta
                                  "small_object_track=true\nhuman_object_track=false\nvehicle_object_track=true\n"
                                  "unidentified_object_track=true\n";
         ASSERT_TRUE(g_file_set_contents(file.c_str(), text.c_str(), -1, nullptr));
-        const Lines expected = {
-                "trelvo: INFO: Setting connection to op@10.0.0.7",
-                "trelvo: INFO: Setting mounting height to 7.500000",
-                "trelvo: INFO: Setting object types to track - small:1, human:0, vehicle:1, unidentified:1",
-                "trelvo: INFO: Setting return to home enabled status to 1 (0=false, 1=true)",
-                "trelvo: INFO: Setting return to home timeout to 120",
-                "trelvo: INFO: Setting pan offset to -30.250000",
-                "trelvo: INFO: Setting tilt offset to 2.500000",
-                "trelvo: INFO: Setting zoom degree to 75.000000",
-        };
+        Lines expected = {"connection to op@10.0.0.7", "mounting height to 7.500000",
+                          "object types to track - small:1, human:0, vehicle:1, unidentified:1",
+                          "return to home enabled status to 1 (0=false, 1=true)", "return to home timeout to 120",
+                          "pan offset to -30.250000", "tilt offset to 2.500000", "zoom degree to 75.000000"};
+        for (std::string &line : expected)
+                line = "trelvo: INFO: Setting " + line;
         for (int start = 0; start < 2; start++) {
                 EXPECT_EQ(run_once(dir), expected) << "start " << start;
                 EXPECT_EQ(file_text(file), text) << "start " << start;
@@ -77,15 +73,12 @@ TEST(PersistEndToEnd, ConfigFileThatCannotBeCreatedStopsTheServiceAfterEveryTear
         options.conf_read_only = true;
         ServiceProcess service(options);
         EXPECT_EQ(service.wait_exit(), 1);
-        EXPECT_EQ(service.matching("WARNING: Failed to write configuration to file, path: " TRELVO_CONF_DIR
-                                   "/trelvo.conf, error: ")
-                          .size(),
-                  1u);
+        const std::string failed = "WARNING: Failed to write configuration to file, path: " TRELVO_CONF_DIR "/trelvo.conf";
+        EXPECT_EQ(service.matching(failed + ", error: ").size(), 1u);
         EXPECT_EQ(service.matching("ERROR: "), Lines{"trelvo: ERROR: Failed to setup persistent"});
         EXPECT_TRUE(service.matching("Setting up: settings_load").empty());
-        const Lines teardown = service.matching("Tearing down: ");
         EXPECT_EQ(service.matching("Tearing down: persistent_cleanup").size(), 1u);
-        EXPECT_EQ(teardown.back(), "trelvo: DEBUG: Tearing down: settings_cleanup");
+        EXPECT_EQ(service.matching("Tearing down: ").back(), "trelvo: DEBUG: Tearing down: settings_cleanup");
         EXPECT_TRUE(service.matching("CRITICAL").empty());
 }
 

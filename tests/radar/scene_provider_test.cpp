@@ -44,8 +44,7 @@ template <Collected &into> void collect(uint8_t *frame)
 
 Collected first_collector, second_collector;
 
-// Waits (bounded) until `into` holds n scenes and returns them; a reconnect takes about
-// a second, so the bound is generous.
+// Waits (bounded: a reconnect takes about a second) until `into` holds n scenes.
 std::vector<Scene> wait_for_scenes(Collected &into, size_t n)
 {
         std::unique_lock lock(into.mutex);
@@ -55,8 +54,7 @@ std::vector<Scene> wait_for_scenes(Collected &into, size_t n)
 
 // The simulated radar as a child process. Spawned without GSubprocess, whose GLib worker
 // thread ThreadSanitizer cannot follow.
-class SimRadarProcess {
-public:
+struct SimRadarProcess {
         SimRadarProcess(const std::string &socket, const std::string &scenario)
         {
                 const char *argv[] = {SIM_RADAR, "--socket", socket.c_str(), scenario.c_str(), nullptr};
@@ -71,19 +69,13 @@ public:
                 serving_ = fgets(line, sizeof(line), output_) &&
                            g_str_has_prefix(line, "sim-radar: serving 2 objects at 100 Hz");
         }
-        ~SimRadarProcess() { stop(); }
-        bool serving() const { return serving_; }
-        void stop()
+        ~SimRadarProcess()
         {
-                if (pid_ <= 0)
-                        return;
-                kill(pid_, SIGTERM);
-                waitpid(pid_, nullptr, 0);
-                fclose(output_);
-                pid_ = 0;
+                if (pid_ > 0)
+                        kill(pid_, SIGTERM), waitpid(pid_, nullptr, 0);
+                if (output_)
+                        fclose(output_);
         }
-
-private:
         GPid pid_ = 0;
         FILE *output_ = nullptr;
         bool serving_ = false;
@@ -106,7 +98,7 @@ TEST(SceneProvider, ScenesArriveInOrderAcrossARestartUntilUnsubscribe)
         ASSERT_TRUE(g_file_set_contents(scenario_path.c_str(), scenario_json, -1, nullptr));
         g_setenv("RADAR_SCENE_PROVIDER_SOCKET", socket_path.c_str(), TRUE);
         auto provider = std::make_unique<SimRadarProcess>(socket_path, scenario_path);
-        ASSERT_TRUE(provider->serving());
+        ASSERT_TRUE(provider->serving_);
         RadarSceneSubscriber *subscriber = subscribe(collect<first_collector>);
         char **names = nullptr;
         ASSERT_EQ(radar_scene_subscriber_get_object_classifications(subscriber, &names), 6);
@@ -118,22 +110,21 @@ TEST(SceneProvider, ScenesArriveInOrderAcrossARestartUntilUnsubscribe)
                 EXPECT_EQ(scenes[i].time(), scenes[i - 1].time() + 10000) << i; // none lost, none reordered
         // The standing object as the service reads it: range and azimuth, and the
         // normalised point (max_range 100).
-        const Object &standing = scenes[0].objects(0);
-        EXPECT_EQ(standing.id(), 7u);
-        EXPECT_EQ(standing.labels().labels(0).id(), 4u);
-        EXPECT_FLOAT_EQ(standing.position().x(), 50.0f);
-        EXPECT_NEAR(standing.position().y(), 36.869898f, 1e-4f);
-        EXPECT_FLOAT_EQ(standing.bounding_box().left(), 0.3f);
-        EXPECT_FLOAT_EQ(standing.bounding_box().top(), 0.4f);
+        const Object &o = scenes[0].objects(0);
+        EXPECT_TRUE(o.id() == 7u && o.labels().labels(0).id() == 4u) << o.DebugString();
+        EXPECT_FLOAT_EQ(o.position().x(), 50.0f);
+        EXPECT_NEAR(o.position().y(), 36.869898f, 1e-4f);
+        EXPECT_FLOAT_EQ(o.bounding_box().left(), 0.3f);
+        EXPECT_FLOAT_EQ(o.bounding_box().top(), 0.4f);
 
         // The provider comes back playing another scenario (object 8 stands in for 7).
-        provider->stop();
+        provider.reset();
         const size_t before_restart = wait_for_scenes(first_collector, 0).size();
         std::string other = scenario_json;
         other.replace(other.find("\"id\": 7"), 7, "\"id\": 8");
         ASSERT_TRUE(g_file_set_contents(scenario_path.c_str(), other.c_str(), -1, nullptr));
         provider = std::make_unique<SimRadarProcess>(socket_path, scenario_path);
-        ASSERT_TRUE(provider->serving());
+        ASSERT_TRUE(provider->serving_);
         scenes = wait_for_scenes(first_collector, before_restart + 5);
         ASSERT_GE(scenes.size(), before_restart + 5);
         EXPECT_EQ(scenes[before_restart - 1].objects(0).id(), 7u);

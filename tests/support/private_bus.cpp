@@ -6,16 +6,14 @@
 
 PrivateBus::PrivateBus()
 {
-        gchar *directory = g_dir_make_tmp("trelvo-bus-XXXXXX", nullptr);
+        g_autofree gchar *directory = g_dir_make_tmp("trelvo-bus-XXXXXX", nullptr);
         if (!directory) {
                 ADD_FAILURE() << "cannot make a directory for the private bus";
                 return;
         }
         directory_ = directory;
-        g_free(directory);
         const std::string address = "unix:path=" + directory_ + "/system_bus_socket";
         const std::string address_option = "--address=" + address;
-
         GError *error = nullptr;
         process_ = g_subprocess_new(G_SUBPROCESS_FLAGS_STDOUT_PIPE, &error, "dbus-daemon", "--nofork", "--nopidfile",
                                     "--config-file=" TRELVO_DBUS_CONFIG, address_option.c_str(), "--print-address",
@@ -26,16 +24,14 @@ PrivateBus::PrivateBus()
                 return;
         }
         // The daemon prints its address once it listens: from then on clients can connect.
-        GDataInputStream *output = g_data_input_stream_new(g_subprocess_get_stdout_pipe(process_));
-        gchar *line = g_data_input_stream_read_line_utf8(output, nullptr, nullptr, nullptr);
-        g_object_unref(output);
+        g_autoptr(GDataInputStream) output = g_data_input_stream_new(g_subprocess_get_stdout_pipe(process_));
+        g_autofree gchar *line = g_data_input_stream_read_line_utf8(output, nullptr, nullptr, nullptr);
         if (!line) {
                 ADD_FAILURE() << "dbus-daemon exited before listening";
                 g_subprocess_wait(process_, nullptr, nullptr);
                 g_clear_object(&process_);
                 return;
         }
-        g_free(line);
         address_ = address;
         g_setenv("DBUS_SYSTEM_BUS_ADDRESS", address_.c_str(), TRUE);
 }

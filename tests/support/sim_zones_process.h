@@ -29,5 +29,3 @@ private:
 // Calls a method of com.zelk.RadarZones1.Sim on this process's system bus; args is a
 // floating tuple of strings. False (with a test failure) when the call fails.
 bool sim_zones_control(const char *method, GVariant *args);
-// The path of the demo scenario, for tests that want its zones.
-const char *sim_zones_demo_scenario();

@@ -21,16 +21,12 @@ struct Delivered {
 };
 Delivered delivered;
 
-uint32_t be32(const uint8_t *b)
-{
-        return (uint32_t{b[0]} << 24) | (uint32_t{b[1]} << 16) | (uint32_t{b[2]} << 8) | uint32_t{b[3]};
-}
-
 void collect(uint8_t *frame)
 {
         // Reading up to the length field is what the frame decoder does; the sanitizers
         // catch a buffer that is shorter.
-        const uint32_t length = std::max<uint32_t>(be32(frame), 4);
+        const uint32_t length =
+                std::max<uint32_t>((uint32_t{frame[0]} << 24) | (frame[1] << 16) | (frame[2] << 8) | frame[3], 4);
         Bytes copy(frame, frame + length);
         free(frame);
         std::lock_guard lock(delivered.mutex);
@@ -70,8 +66,8 @@ protected:
                 g_rmdir(dir_);
                 g_free(dir_);
         }
-        // Subscribes and waits until the provider has accepted the reader's connection
-        // (its accepted-count reaching connections), so later packets reach it.
+        // Subscribes and waits until the provider has accepted `connections` in all, so
+        // later packets reach the reader.
         void subscribe(InProcessProvider &provider, size_t connections)
         {
                 subscriber_ = subscriber_ ? subscriber_ : radar_scene_subscriber_create(0, 3, 0);
@@ -92,21 +88,22 @@ TEST_F(SubscriberTest, DeliversPacketsInOrderPaddedToTheirLengthField)
         ASSERT_TRUE(provider.ok()) << provider.error();
         subscribe(provider, 1);
 
-        const Bytes exact = {0, 0, 0, 6, 0x08, 0x01};
-        const Bytes lying = {0, 0, 0, 12, 0x08, 0x01};            // claims 6 bytes more than it has
-        const Bytes stub = {0, 0};                                // not even a whole length field
-        const Bytes empty = {};                                   // not the end of the connection
-        const Bytes huge = {0x7F, 0xFF, 0xFF, 0xFF, 0x08, 0x01}; // beyond any frame: dropped
-        const Bytes longer = {0, 0, 0, 5, 0x08, 0x01, 0x02};     // more than its length field says
-        for (const Bytes *packet : {&exact, &lying, &stub, &empty, &huge, &longer})
-                provider.publisher().publish(packet->data(), packet->size());
+        const std::vector<Bytes> packets = {
+                {0, 0, 0, 6, 0x08, 0x01},
+                {0, 0, 0, 12, 0x08, 0x01},            // claims 6 bytes more than it has
+                {0, 0},                               // not even a whole length field
+                {},                                   // not the end of the connection
+                {0x7F, 0xFF, 0xFF, 0xFF, 0x08, 0x01}, // beyond any frame: dropped
+                {0, 0, 0, 5, 0x08, 0x01, 0x02},       // more than its length field says
+        };
+        for (const Bytes &packet : packets)
+                provider.publisher().publish(packet.data(), packet.size());
         ASSERT_TRUE(wait_for_frames(5));
-        EXPECT_EQ(frames(), (std::vector<Bytes>{exact,
+        EXPECT_EQ(frames(), (std::vector<Bytes>{packets[0],
                                                 {0, 0, 0, 12, 0x08, 0x01, 0, 0, 0, 0, 0, 0},
                                                 {0, 0, 0, 0},
                                                 {0, 0, 0, 0},
                                                 {0, 0, 0, 5, 0x08}}));
-
 }
 
 TEST_F(SubscriberTest, ReconnectsToARestartedProviderAndKeepsOldNamesReadable)

@@ -12,20 +12,16 @@ namespace {
 constexpr const char *empty_text = "d5de272172c2590b224c2c181d42df50";
 constexpr const char *s3cret_text = "61bb09aa7cd86abc3df65e7bb9f677e7";
 
-std::string encrypted(const std::string &plain)
+std::string own(gchar *text)
 {
-        gchar *text = encrypt_password(plain.c_str());
         std::string copy(text);
         g_free(text);
         return copy;
 }
 
-std::string decrypted(const char *text)
+std::string encrypted(const std::string &plain)
 {
-        gchar *plain = decrypt_password(text);
-        std::string copy(plain);
-        g_free(plain);
-        return copy;
+        return own(encrypt_password(plain.c_str()));
 }
 
 // Only the sandbox's network namespace has this eth0, and only there may a test change it.
@@ -33,9 +29,7 @@ bool sandbox_eth0()
 {
         gchar *address = nullptr;
         g_file_get_contents("/sys/class/net/eth0/address", &address, nullptr, nullptr);
-        const bool found = g_strcmp0(address, "02:00:5e:10:00:01\n") == 0;
-        g_free(address);
-        return found;
+        return address && own(address) == "02:00:5e:10:00:01\n";
 }
 
 void ip_link(const std::string &arguments)
@@ -56,30 +50,26 @@ TEST(Credentials, TextsMatchKnownAnswersHaveTheirLengthAndRoundTrip)
                 EXPECT_EQ(text.size(), static_cast<size_t>(text_length)) << length;
                 EXPECT_EQ(text.find_first_not_of("0123456789abcdef"), std::string::npos) << text;
                 EXPECT_EQ(encrypted(plain), text) << "same password, same text";
-                EXPECT_EQ(decrypted(text.c_str()), plain);
+                EXPECT_EQ(own(decrypt_password(text.c_str())), plain);
         }
-        EXPECT_EQ(decrypted("61BB09AA7CD86ABC3DF65E7BB9F677E7"), "s3cret");
-        EXPECT_EQ(decrypted("61bb09aa7cd86abc3df65e7bb9f677e7f"), "s3cret"); // odd digit ignored
-        EXPECT_EQ(decrypted("7") + decrypted("") + decrypted(nullptr), "");
+        EXPECT_EQ(own(decrypt_password("61BB09AA7CD86ABC3DF65E7BB9F677E7")), "s3cret");
+        EXPECT_EQ(own(decrypt_password("61bb09aa7cd86abc3df65e7bb9f677e7f")), "s3cret"); // odd digit ignored
+        EXPECT_EQ(own(decrypt_password("7")) + own(decrypt_password("")) + own(decrypt_password(nullptr)), "");
 }
 
 TEST(Credentials, TextsAreBoundToTheHardwareAddressAndSurviveAMissingEth0)
 {
         ASSERT_TRUE(sandbox_eth0()) << "run inside tests/rig/sandbox (ctest does)";
-        ip_link("set eth0 down");
-        ip_link("set eth0 address 02:00:5e:10:00:02");
+        ip_link("set eth0 down address 02:00:5e:10:00:02");
         const std::string elsewhere = encrypted("s3cret");
-        ip_link("set eth0 address 02:00:5e:10:00:01");
-        EXPECT_NE(elsewhere, s3cret_text);
-        EXPECT_NE(decrypted(elsewhere.c_str()), "s3cret");
-
         // Without eth0 each call logs the failed query and uses the same stand-in address.
-        ip_link("set eth0 name eth9");
+        ip_link("set eth0 address 02:00:5e:10:00:01 name eth9");
         LogCapture log;
         const std::string text = encrypted("s3cret");
-        const std::string again = decrypted(text.c_str());
-        ip_link("set eth9 name eth0");
-        ip_link("set eth0 up");
+        const std::string again = own(decrypt_password(text.c_str()));
+        ip_link("set eth9 name eth0 up");
+        EXPECT_NE(elsewhere, s3cret_text);
+        EXPECT_NE(own(decrypt_password(elsewhere.c_str())), "s3cret");
         EXPECT_EQ(again, "s3cret");
         EXPECT_NE(text, s3cret_text);
         EXPECT_EQ(log.lines(), std::vector<std::string>(2, "ERROR: get_mac_address: ioctl(SIOCGIFHWADDR): No such device"));

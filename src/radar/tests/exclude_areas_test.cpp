@@ -4,12 +4,14 @@
 
 #include <atomic>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 namespace {
 
 using Polygon = std::vector<std::pair<double, double>>;
+using Points = std::vector<std::tuple<double, double, bool>>; // x, y, excluded
 
 void add(gint32 zone, const Polygon &points)
 {
@@ -17,9 +19,24 @@ void add(gint32 zone, const Polygon &points)
         g_variant_builder_init(&builder, G_VARIANT_TYPE("a(dd)"));
         for (const auto &[x, y] : points)
                 g_variant_builder_add(&builder, "(dd)", x, y);
-        GVariant *vertices = g_variant_ref_sink(g_variant_builder_end(&builder));
+        g_autoptr(GVariant) vertices = g_variant_ref_sink(g_variant_builder_end(&builder));
         exclude_areas_add(zone, vertices);
-        g_variant_unref(vertices);
+}
+
+void expect(const Points &points)
+{
+        for (const auto &[x, y, excluded] : points)
+                EXPECT_EQ(exclude_areas_contains(x, y), excluded) << "(" << x << ", " << y << ")";
+}
+
+// Replaces the store with these areas, then checks the points against it.
+void rebuild(const std::vector<std::pair<gint32, Polygon>> &areas, const Points &then = {})
+{
+        exclude_areas_clear();
+        for (const auto &[zone, points] : areas)
+                add(zone, points);
+        exclude_areas_publish();
+        expect(then);
 }
 
 const Polygon square = {{-0.5, -0.5}, {0.5, -0.5}, {0.5, 0.5}, {-0.5, 0.5}};
@@ -28,129 +45,79 @@ class ExcludeAreas : public ::testing::Test {
 protected:
         void SetUp() override { exclude_areas_init(); }
         void TearDown() override { exclude_areas_cleanup(); }
-
-        static void rebuild(const std::vector<std::pair<gint32, Polygon>> &areas)
-        {
-                exclude_areas_clear();
-                for (const auto &[zone, points] : areas)
-                        add(zone, points);
-                exclude_areas_publish();
-        }
 };
 
 TEST_F(ExcludeAreas, PointsOutsideTheSquareAreExcludedItsBoundsAreNot)
 {
-        EXPECT_FALSE(exclude_areas_contains(1.0, -1.0));
-        EXPECT_FALSE(exclude_areas_contains(-1.0, 1.0));
-        EXPECT_FALSE(exclude_areas_contains(0, 0));
-        EXPECT_TRUE(exclude_areas_contains(1.0000001, 0));
-        EXPECT_TRUE(exclude_areas_contains(-1.0000001, 0));
-        EXPECT_TRUE(exclude_areas_contains(0, -1.5));
-        EXPECT_TRUE(exclude_areas_contains(0, 1.0000001));
-
+        const Points square_rule = {{1.0, -1.0, false}, {-1.0, 1.0, false}, {1.0000001, 0, true},
+                                    {-1.0000001, 0, true}, {0, -1.5, true}, {0, 1.0000001, true}, {0, 0, false}};
+        expect(square_rule);
         // The square rule holds with areas present and before the store exists at all.
-        rebuild({{1, square}});
-        EXPECT_TRUE(exclude_areas_contains(2, 0));
+        rebuild({{1, square}}, {{2, 0, true}});
         exclude_areas_cleanup();
-        EXPECT_FALSE(exclude_areas_contains(0, 0));
-        EXPECT_TRUE(exclude_areas_contains(0, 5));
+        expect(square_rule);
 }
 
 TEST_F(ExcludeAreas, LowerAndLeftEdgesBelongToTheRingUpperAndRightEdgesDoNot)
 {
-        rebuild({{1, square}});
-        EXPECT_TRUE(exclude_areas_contains(0, 0));
-        EXPECT_TRUE(exclude_areas_contains(-0.5, 0));  // left edge
-        EXPECT_FALSE(exclude_areas_contains(0.5, 0));  // right edge
-        EXPECT_TRUE(exclude_areas_contains(0, -0.5));  // bottom edge
-        EXPECT_FALSE(exclude_areas_contains(0, 0.5));  // top edge
-        EXPECT_TRUE(exclude_areas_contains(-0.5, -0.5));
-        EXPECT_FALSE(exclude_areas_contains(0.5, 0.5));
-        EXPECT_FALSE(exclude_areas_contains(-0.6, 0));
-        EXPECT_FALSE(exclude_areas_contains(0, -0.6));
+        rebuild({{1, square}}, {{0, 0, true}, {-0.5, 0, true}, {0.5, 0, false}, {0, -0.5, true}, {0, 0.5, false},
+                {-0.5, -0.5, true}, {0.5, 0.5, false}, {-0.6, 0, false}, {0, -0.6, false}});
 
         // A concave ring: the notch of the U is outside although it lies between two arms.
         rebuild({{1, {{-0.6, -0.6}, {0.6, -0.6}, {0.6, 0.6}, {0.2, 0.6}, {0.2, -0.2}, {-0.2, -0.2}, {-0.2, 0.6},
-                      {-0.6, 0.6}}}});
-        EXPECT_FALSE(exclude_areas_contains(0, 0.3));
-        EXPECT_TRUE(exclude_areas_contains(0.4, 0.3));
-        EXPECT_TRUE(exclude_areas_contains(-0.4, 0.3));
-        EXPECT_TRUE(exclude_areas_contains(0, -0.4));
+                      {-0.6, 0.6}}}}, {{0, 0.3, false}, {0.4, 0.3, true}, {-0.4, 0.3, true}, {0, -0.4, true}});
 
         // A slanted edge: the crossing abscissa is interpolated along it.
-        rebuild({{1, {{0, 0}, {0.8, 0}, {0, 0.8}}}});
-        EXPECT_TRUE(exclude_areas_contains(0.39, 0.4));
-        EXPECT_FALSE(exclude_areas_contains(0.41, 0.4));
+        rebuild({{1, {{0, 0}, {0.8, 0}, {0, 0.8}}}}, {{0.39, 0.4, true}, {0.41, 0.4, false}});
 }
 
-TEST_F(ExcludeAreas, PolygonsNeedThreeVerticesAndAZoneWithoutRingsExcludesNothing)
+// A point is excluded when it lies in some ring of every zone.
+TEST_F(ExcludeAreas, EveryZoneNeedsARingAroundThePointAndARingNeedsThreeVertices)
 {
-        rebuild({{1, {{-0.5, -0.5}, {0.5, 0.5}}}});
-        EXPECT_FALSE(exclude_areas_contains(0, 0));
-
-        rebuild({{1, {{-0.5, -0.5}, {0.5, -0.5}, {0, 0.5}}}});
-        EXPECT_TRUE(exclude_areas_contains(0, 0));
+        const Polygon segment = {{-0.5, -0.5}, {0.5, 0.5}};
+        rebuild({{1, segment}}, {{0, 0, false}});
+        rebuild({{1, {{-0.5, -0.5}, {0.5, -0.5}, {0, 0.5}}}}, {{0, 0, true}});
 
         // Zone 2 has only a two-vertex area: it still counts as a zone with areas, and
         // it contains no point, so nothing inside the square is excluded.
-        rebuild({{1, square}, {2, {{-0.5, -0.5}, {0.5, 0.5}}}});
-        EXPECT_FALSE(exclude_areas_contains(0, 0));
-        EXPECT_TRUE(exclude_areas_contains(0, -3));
+        rebuild({{1, square}, {2, segment}}, {{0, 0, false}, {0, -3, true}});
 
         // A value that is not a vertex array adds nothing, not even an empty zone.
         exclude_areas_clear();
         add(1, square);
-        GVariant *not_vertices = g_variant_ref_sink(g_variant_new("(dd)", 0.0, 0.0));
+        g_autoptr(GVariant) not_vertices = g_variant_ref_sink(g_variant_new("(dd)", 0.0, 0.0));
         exclude_areas_add(2, not_vertices);
-        g_variant_unref(not_vertices);
         exclude_areas_publish();
-        EXPECT_TRUE(exclude_areas_contains(0, 0));
-}
+        expect({{0, 0, true}});
 
-TEST_F(ExcludeAreas, APointMustLieInSomeRingOfEveryZone)
-{
         const Polygon left = {{-0.8, -0.4}, {0.2, -0.4}, {0.2, 0.4}, {-0.8, 0.4}};
         const Polygon right = {{-0.2, -0.4}, {0.8, -0.4}, {0.8, 0.4}, {-0.2, 0.4}};
-        rebuild({{1, left}, {2, right}});
-        EXPECT_TRUE(exclude_areas_contains(0, 0));     // in the overlap
-        EXPECT_FALSE(exclude_areas_contains(-0.5, 0)); // zone 1 only
-        EXPECT_FALSE(exclude_areas_contains(0.5, 0));  // zone 2 only
-
+        rebuild({{1, left}, {2, right}}, {{0, 0, true}, {-0.5, 0, false}, {0.5, 0, false}});
         // Two rings of one zone: either of them satisfies that zone.
-        rebuild({{1, left}, {1, right}});
-        EXPECT_TRUE(exclude_areas_contains(-0.5, 0));
-        EXPECT_TRUE(exclude_areas_contains(0.5, 0));
-        EXPECT_FALSE(exclude_areas_contains(0, 0.9));
-
+        rebuild({{1, left}, {1, right}}, {{-0.5, 0, true}, {0.5, 0, true}, {0, 0.9, false}});
         // Zones added in any order, rings of a zone split around another zone's.
-        rebuild({{1, left}, {2, square}, {1, right}});
-        EXPECT_TRUE(exclude_areas_contains(0.4, 0));
-        EXPECT_FALSE(exclude_areas_contains(0.7, 0));
+        rebuild({{1, left}, {2, square}, {1, right}}, {{0.4, 0, true}, {0.7, 0, false}});
 }
 
 TEST_F(ExcludeAreas, ARebuildTakesEffectOnlyWhenPublished)
 {
         rebuild({{1, square}});
         exclude_areas_clear();
-        EXPECT_TRUE(exclude_areas_contains(0, 0));
         add(7, {{0.6, 0.6}, {0.9, 0.6}, {0.9, 0.9}});
-        EXPECT_TRUE(exclude_areas_contains(0, 0));
-        EXPECT_FALSE(exclude_areas_contains(0.7, 0.65));
+        expect({{0, 0, true}, {0.7, 0.65, false}});
         exclude_areas_publish();
-        EXPECT_FALSE(exclude_areas_contains(0, 0));
-        EXPECT_TRUE(exclude_areas_contains(0.7, 0.65));
+        expect({{0, 0, false}, {0.7, 0.65, true}});
 
         // An empty rebuild empties the store; a second init keeps what is there.
         rebuild({{1, square}});
         exclude_areas_init();
-        EXPECT_TRUE(exclude_areas_contains(0, 0));
-        rebuild({});
-        EXPECT_FALSE(exclude_areas_contains(0, 0));
+        expect({{0, 0, true}});
+        rebuild({}, {{0, 0, false}});
 }
 
 // The scene thread tests while the main loop rebuilds. Both sets built here give the
 // same answers; any half-built store in between gives another answer for one of the
-// points: empty (inside is no longer excluded) or zone 1 alone (only_zone1 becomes excluded).
+// points: empty (inside is no longer excluded) or zone 1 alone ((-0.6, 0) becomes excluded).
 TEST_F(ExcludeAreas, TheSceneThreadNeverSeesAHalfBuiltStore)
 {
         const Polygon zone1 = {{-0.8, -0.8}, {0.4, -0.8}, {0.4, 0.8}, {-0.8, 0.8}};
@@ -159,20 +126,17 @@ TEST_F(ExcludeAreas, TheSceneThreadNeverSeesAHalfBuiltStore)
         rebuild({{1, zone1}, {2, zone2a}});
 
         std::atomic<bool> stop{false};
-        std::atomic<int> wrong{0};
-        std::atomic<int> tests{0};
+        std::atomic<int> wrong{0}, tests{0};
         std::thread scene([&] {
-                while (!stop.load()) {
+                for (; !stop; tests++)
                         if (!exclude_areas_contains(0, 0) || exclude_areas_contains(-0.6, 0))
                                 wrong++;
-                        tests++;
-                }
         });
-        for (int i = 0; i < 2000 || tests.load() < 1000; i++)
+        for (int i = 0; i < 2000 || tests < 1000; i++)
                 rebuild({{1, zone1}, {2, (i % 2) ? zone2a : zone2b}});
         stop = true;
         scene.join();
-        EXPECT_EQ(wrong.load(), 0);
+        EXPECT_EQ(wrong, 0);
 }
 
 } // namespace

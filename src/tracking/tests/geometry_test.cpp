@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <utility>
 
 namespace {
 
@@ -53,8 +54,7 @@ TEST(Geometry, ConversionsMatchWorkedValuesClampsAndOffsets)
         settings_set_zoom_degree(50.0);
         EXPECT_NEAR(convert(50, 10).tilt, -3.4336302f + 2.5f, 1e-5);
         set_point_from_group(10, -3, 20, 62.9f, &pan, &tilt, &zoom);
-        EXPECT_FLOAT_EQ(pan, 350.0f);
-        EXPECT_FLOAT_EQ(tilt, -3.0f);
+        EXPECT_EQ(std::pair(pan, tilt), std::pair(350.0f, -3.0f));
         EXPECT_FLOAT_EQ(zoom, 0.5f * 3.145f);
         settings_set_tilt_offset(0.0);
         settings_set_pan_offset(0.0);
@@ -72,20 +72,15 @@ TEST(Geometry, CircularHelpersWrapAndCoverTheSmallestArc)
         EXPECT_FLOAT_EQ(angle_midpoint(-30, -10), 340.0f);
 
         float start = -1, end = -1;
-        const float wrapping[] = {10, 350};
+        const float wrapping[] = {10, 350}, plain[] = {30, 10, 20}, equal[] = {5, 5, 5};
         circular_span(wrapping, 2, &start, &end);
-        EXPECT_EQ(start, 350.0f);
-        EXPECT_EQ(end, 10.0f);
-        const float plain[] = {30, 10, 20};
+        EXPECT_EQ(std::pair(start, end), std::pair(350.0f, 10.0f));
         circular_span(plain, 3, &start, &end);
-        EXPECT_EQ(start, 10.0f);
-        EXPECT_EQ(end, 30.0f);
+        EXPECT_EQ(std::pair(start, end), std::pair(10.0f, 30.0f));
         // All equal, or empty: the previous span stays.
-        const float equal[] = {5, 5, 5};
         circular_span(equal, 3, &start, &end);
         circular_span(equal, 0, &start, &end);
-        EXPECT_EQ(start, 10.0f);
-        EXPECT_EQ(end, 30.0f);
+        EXPECT_EQ(std::pair(start, end), std::pair(10.0f, 30.0f));
 
         EXPECT_NEAR(angular_distance(0, 0, 90, 0), 90.0f, 1e-4);
         // The cosine of equal directions may round above 1; that must not give NaN.

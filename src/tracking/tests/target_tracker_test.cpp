@@ -16,6 +16,11 @@ protected:
 
         size_t group_count() { return tracker.groups().size(); }
         const TargetGroup &group(size_t i) { return *tracker.groups().at(i); }
+        void advance(int64_t us)
+        {
+                clock_advance_us(us);
+                tracker.refresh();
+        }
         float followed_pan(float camera_pan = 0)
         {
                 float pan = -1, tilt = -1, width = -1;
@@ -33,18 +38,16 @@ TEST_F(Tracker, ClustersTargetsIntoGroupsNoWiderThanTheLimit)
         tracker.update_target(1, 1, 0, -2, 4);
         tracker.update_target(1, 2, 30, -6, 4);
         ASSERT_EQ(group_count(), 1u);
-        EXPECT_EQ(group(0).span_start, -2.0f);
-        EXPECT_EQ(group(0).width, 34.0f);
-        EXPECT_EQ(group(0).centre_pan, 15.0f);
-        EXPECT_EQ(group(0).centre_tilt, -4.0f);
+        const TargetGroup &pair = group(0);
+        EXPECT_EQ((std::vector{pair.span_start, pair.width, pair.centre_pan, pair.centre_tilt}),
+                  (std::vector{-2.0f, 34.0f, 15.0f, -4.0f}));
         // 48..52 would make the span 54 wide: a group of its own. Same object id, other source.
         tracker.update_target(2, 2, 50, 0, 4);
-        ASSERT_EQ(group_count(), 2u);
-        EXPECT_EQ(group(1).centre_pan, 50.0f);
         // A group across the seam.
         tracker.update_target(1, 3, -80, 0, 4);
         tracker.update_target(1, 4, -60, 0, 4);
         ASSERT_EQ(group_count(), 3u);
+        EXPECT_EQ(group(1).centre_pan, 50.0f);
         EXPECT_EQ(group(2).centre_pan, 290.0f);
 }
 
@@ -60,9 +63,8 @@ TEST_F(Tracker, RefreshSplitsWideGroupsAndMergesGroupsThatFitTogether)
         // other (43 wide): each starts a group at the end.
         tracker.refresh();
         ASSERT_EQ(group_count(), 3u);
-        EXPECT_EQ(group(0).centre_pan, 80.0f);
-        EXPECT_EQ(group(1).centre_pan, 0.0f);
-        EXPECT_EQ(group(2).centre_pan, 39.0f);
+        EXPECT_EQ((std::vector{group(0).centre_pan, group(1).centre_pan, group(2).centre_pan}),
+                  (std::vector{80.0f, 0.0f, 39.0f}));
 
         // A combined span of 41.9: the later group merges into the earlier.
         tracker.update_target(1, 3, 76.9f, 0, 4);
@@ -81,16 +83,13 @@ TEST_F(Tracker, GoneTargetsExpireJustAfterASecondWithoutUpdates)
         // An update keeps a gone target alive.
         clock_advance_us(900 * ms);
         tracker.update_target(1, 2, 60, 0, 4);
-        clock_advance_us(1000 * ms + 999);
-        tracker.refresh();
+        advance(1000 * ms + 999);
         EXPECT_EQ(group_count(), 2u);
-        clock_advance_us(1);
-        tracker.refresh();
+        advance(1);
         ASSERT_EQ(group_count(), 1u);
         EXPECT_EQ(group(0).targets[0]->object, 1u);
         // A target never reported gone stays however old it gets.
-        clock_advance_us(3600'000 * ms);
-        tracker.refresh();
+        advance(3600'000 * ms);
         EXPECT_EQ(group_count(), 1u);
 }
 
@@ -101,10 +100,8 @@ TEST_F(Tracker, FollowsTheSameGroupUntilItGoesThenTheNearest)
         tracker.update_target(1, 2, 0, 0, 4);
         tracker.update_target(1, 3, -40, 0, 4);
         EXPECT_EQ(followed_pan(), 80.0f) << "a nearer group does not take over";
-
         tracker.remove_target(1, 1);
-        clock_advance_us(1001 * ms);
-        tracker.refresh();
+        advance(1001 * ms);
         // The nearest of the rest, measured across the seam; then it sticks.
         EXPECT_EQ(followed_pan(330), 320.0f);
         EXPECT_EQ(followed_pan(0), 320.0f);
@@ -116,26 +113,21 @@ TEST_F(Tracker, GuardTourWatchesEachGroupInTurn)
         EXPECT_EQ(followed_pan(), 0.0f);
         tracker.set_guard_tour_enabled(true);
         EXPECT_EQ(followed_pan(), 0.0f);
-        clock_advance_us(60'000 * ms);
-        tracker.refresh();
+        advance(60'000 * ms);
         EXPECT_TRUE(group(0).followed) << "a single group never rotates";
 
         clock_advance_us(100 * ms);
         tracker.update_target(1, 2, 80, 0, 4);
         clock_advance_us(100 * ms);
         tracker.update_target(1, 3, -80, 0, 4);
-        clock_advance_us(100 * ms);
         // A is rotated out; the group that has waited longest comes next: B, then C, then A.
-        tracker.refresh();
+        advance(100 * ms);
         EXPECT_EQ(followed_pan(), 80.0f);
-        clock_advance_us(4000 * ms);
-        tracker.refresh();
+        advance(4000 * ms);
         EXPECT_EQ(followed_pan(), 80.0f);
-        clock_advance_us(1);
-        tracker.refresh();
+        advance(1);
         EXPECT_EQ(followed_pan(), 280.0f);
-        clock_advance_us(4001 * ms);
-        tracker.refresh();
+        advance(4001 * ms);
         EXPECT_EQ(followed_pan(), 0.0f);
 
         // Off again: the group followed before the tour, wherever the camera points.

@@ -24,13 +24,13 @@ TEST(TrackerThreads, SceneThreadAgainstMainLoop)
                 }
                 scene_done.store(true);
         });
-        int found = 0;
         float pan = 0, tilt = 0, width = 0;
         for (int i = 0; i < 2000 || !scene_done.load(); i++) {
                 tracker.refresh();
-                found += tracker.get_target(0, 0, &pan, &tilt, &width) ? 1 : 0;
+                tracker.get_target(0, 0, &pan, &tilt, &width);
         }
         scene.join();
+        // Not counted in the loop: a busy machine may run the whole scene between two reads.
+        EXPECT_TRUE(tracker.get_target(0, 0, &pan, &tilt, &width));
         clock_use_real();
-        EXPECT_GT(found, 0);
 }
