@@ -1,21 +1,11 @@
 #include "channel_pid.h"
 
 #include "clock.h"
+#include "tracking_math.h"
 
 #include <cmath>
 
 namespace {
-
-constexpr double pid_pi = 3.14159265358979323846;
-
-float pid_clamp(float value, float low, float high)
-{
-        if (value > high)
-                return high;
-        if (value < low)
-                return low;
-        return value;
-}
 
 struct CycleStats {
         float mean;
@@ -109,7 +99,7 @@ void ChannelPid::stop()
 void ChannelPid::update(float error)
 {
         const int64_t now = clock_now_us();
-        const float p = pid_clamp(kp_ * error, output_min_, output_max_);
+        const float p = tracking_clamp(kp_ * error, output_min_, output_max_);
         float integral_term = 0.0f;
         float derivative = 0.0f;
         if (last_update_time_ != 0) {
@@ -128,7 +118,7 @@ void ChannelPid::update(float error)
                 if (dt > 0.0f)
                         derivative = kd_ * de / dt;
         }
-        output_ = pid_clamp(integral_term + p + derivative, output_min_, output_max_);
+        output_ = tracking_clamp(integral_term + p + derivative, output_min_, output_max_);
         previous_error_ = error;
         last_update_time_ = now;
 }
@@ -205,7 +195,7 @@ void ChannelPid::autotune_apply_rule(float amplitude_mean, float period_mean)
 {
         // Describing function of an ideal relay: Ku = 4a / (pi * A/2), A peak to peak.
         const double ku = (4.0 * static_cast<double>(relay_amplitude_)) /
-                          (static_cast<double>(amplitude_mean) * pid_pi * 0.5);
+                          (static_cast<double>(amplitude_mean) * tracking_pi * 0.5);
         ultimate_gain_ = static_cast<float>(ku) / gain_scale_;
         ultimate_period_ = period_mean;
         const float u = ultimate_gain_;

@@ -1,6 +1,7 @@
 #include "geometry.h"
 
 #include "settings.h"
+#include "tracking_math.h"
 
 #include <algorithm>
 #include <array>
@@ -10,8 +11,6 @@
 
 namespace {
 
-constexpr double geometry_pi = 3.14159265358979323846;
-
 // The camera aims at a point this far above the ground.
 constexpr double geometry_aim_height = 1.0;
 // The camera never looks down more steeply than atan(1 / 1.4).
@@ -19,14 +18,6 @@ constexpr float geometry_steepness_limit = 1.4f;
 // Objects are framed as if they were this wide.
 constexpr float geometry_half_extent = 2.5f;
 
-float geometry_clamp(float value, float low, float high)
-{
-        if (value > high)
-                return high;
-        if (value < low)
-                return low;
-        return value;
-}
 
 // The fit tests call this with four angles and groups with a few dozen: sort on the stack
 // when that is enough.
@@ -49,16 +40,16 @@ void circular_span_sorted(const float *sorted, size_t count, float *start, float
 
 void radar_to_camera(float azimuth, float distance, float *pan, float *tilt, float *width)
 {
-        const float alpha = geometry_clamp(azimuth, -90.0f, 90.0f);
-        float d = geometry_clamp(distance, 3.0f, 90.0f);
+        const float alpha = tracking_clamp(azimuth, -90.0f, 90.0f);
+        float d = tracking_clamp(distance, 3.0f, 90.0f);
         const auto h = static_cast<float>(settings_get_mounting_height() - geometry_aim_height);
         if (geometry_steepness_limit * h > d)
                 d = geometry_steepness_limit * h;
 
-        const double down = static_cast<double>(std::atan(h / d) * 180.0f) / geometry_pi;
+        const double down = static_cast<double>(std::atan(h / d) * 180.0f) / tracking_pi;
         *tilt = static_cast<float>(-down + settings_get_tilt_offset());
         *width = static_cast<float>(
-                static_cast<double>(2.0f * std::atan(geometry_half_extent / d) * 180.0f) / geometry_pi);
+                static_cast<double>(2.0f * std::atan(geometry_half_extent / d) * 180.0f) / tracking_pi);
         *pan = alpha;
 }
 

@@ -2,6 +2,7 @@
 
 #include "clock.h"
 #include "geometry.h"
+#include "tracking_math.h"
 
 #include <cmath>
 
@@ -15,14 +16,6 @@ constexpr float controller_abandon_s = 7.0f;
 constexpr float controller_fast_speed = 25.0f;
 constexpr float controller_slow_speed = 5.0f;
 
-float controller_clamp(float value, float low, float high)
-{
-        if (value > high)
-                return high;
-        if (value < low)
-                return low;
-        return value;
-}
 
 } // namespace
 
@@ -35,9 +28,9 @@ PtzController::PtzController()
 
 void PtzController::set_target(float pan, float tilt, float zoom)
 {
-        target_pan_ = controller_clamp(pan, -360.0f, 360.0f);
-        target_tilt_ = controller_clamp(tilt, -90.0f, 90.0f);
-        target_zoom_ = controller_clamp(zoom, 1.0f, 12.0f);
+        target_pan_ = tracking_clamp(pan, -360.0f, 360.0f);
+        target_tilt_ = tracking_clamp(tilt, -90.0f, 90.0f);
+        target_zoom_ = tracking_clamp(zoom, 1.0f, 12.0f);
         if (state_ != 1) {
                 // A fresh start jumps straight to the wanted zoom instead of easing into it.
                 smoothed_zoom_ = target_zoom_;
@@ -72,9 +65,9 @@ float PtzController::zoom_set_point() const
 
 void PtzController::update(float measured_pan, float measured_tilt, float measured_zoom)
 {
-        const float p = controller_clamp(measured_pan, -360.0f, 360.0f);
-        const float t = controller_clamp(measured_tilt, -90.0f, 90.0f);
-        const float z = controller_clamp(measured_zoom, 1.0f, 12.0f);
+        const float p = tracking_clamp(measured_pan, -360.0f, 360.0f);
+        const float t = tracking_clamp(measured_tilt, -90.0f, 90.0f);
+        const float z = tracking_clamp(measured_zoom, 1.0f, 12.0f);
 
         pan_.update(angle_difference(target_pan_, p));
         pan_speed_ = pan_.output();
