@@ -4,7 +4,7 @@
 #include "radar_metadata.h"
 #include "radar_zones.h"
 #include "service.h"
-#include "settings.h"
+#include "settings_load.h"
 
 namespace {
 

@@ -1,8 +1,6 @@
 #include "settings.h"
 
 #include "log.h"
-#include "persistent.h"
-#include "tracking.h"
 
 #include <atomic>
 
@@ -27,85 +25,21 @@ struct SettingsStore {
         gchar *camera_ip = nullptr;
         gchar *camera_user = nullptr;
         gchar *camera_pass = nullptr;
-
-        // The tracking singletons, owned here from the load to the cleanup.
-        PtzController *controller = nullptr;
-        TargetTracker *tracker = nullptr;
 };
 
 SettingsStore settings;
 
 constexpr auto relaxed = std::memory_order_relaxed;
 
-void settings_free_connection(void)
+} // namespace
+
+void settings_free_camera_connection(void)
 {
+        g_mutex_lock(&settings.connection_mutex);
         g_clear_pointer(&settings.camera_ip, g_free);
         g_clear_pointer(&settings.camera_user, g_free);
         g_clear_pointer(&settings.camera_pass, g_free);
-}
-
-// Each value goes through its setter so that the load logs the same lines as a change.
-void settings_load_values(void)
-{
-        double value = 0.0;
-        persistent_get_mounting_height(&value);
-        settings_set_mounting_height(value);
-
-        gboolean small = FALSE, human = FALSE, vehicle = FALSE, unidentified = FALSE;
-        persistent_get_object_types(&small, &human, &vehicle, &unidentified);
-        settings_set_object_types(small, human, vehicle, unidentified);
-
-        gboolean home_enabled = FALSE;
-        persistent_get_return_to_home_enabled(&home_enabled);
-        settings_set_return_to_home_enabled(home_enabled);
-
-        int home_timeout = 0;
-        persistent_get_return_to_home_timeout(&home_timeout);
-        settings_set_return_to_home_timeout(home_timeout);
-
-        persistent_get_pan_offset(&value);
-        settings_set_pan_offset(value);
-        persistent_get_tilt_offset(&value);
-        settings_set_tilt_offset(value);
-        persistent_get_zoom_degree(&value);
-        settings_set_zoom_degree(value);
-}
-
-// The controller keeps the gains; the store holds no copy.
-void settings_load_gains(void)
-{
-        double kp = 0.0, ki = 0.0, kd = 0.0;
-        persistent_get_pan_pid(&kp, &ki, &kd);
-        controller_set_pan_pid(kp, ki, kd);
-        persistent_get_tilt_pid(&kp, &ki, &kd);
-        controller_set_tilt_pid(kp, ki, kd);
-}
-
-} // namespace
-
-void settings_load(void)
-{
-        settings.controller = ptz_controller_create();
-        settings.tracker = target_tracker_create();
-        tracking_core_attach(settings.controller, settings.tracker);
-
-        gchar *ip = nullptr, *user = nullptr, *pass = nullptr;
-        persistent_get_camera_connection(&ip, &user, &pass);
-        settings_set_camera_connection(ip, user, pass);
-        settings_load_values();
-        settings_load_gains();
-        g_free(ip);
-        g_free(user);
-        g_free(pass);
-}
-
-void settings_cleanup(void)
-{
-        settings_free_connection();
-        // Detached first, so nothing reaches them through the facade once they are gone.
-        tracking_core_attach(nullptr, nullptr);
-        g_clear_pointer(&settings.tracker, target_tracker_destroy);
-        g_clear_pointer(&settings.controller, ptz_controller_destroy);
+        g_mutex_unlock(&settings.connection_mutex);
 }
 
 void settings_set_mounting_height(double height)
@@ -202,7 +136,9 @@ void settings_set_camera_connection(const gchar *ip, const gchar *user, const gc
                 g_mutex_unlock(&settings.connection_mutex);
                 return;
         }
-        settings_free_connection();
+        g_free(settings.camera_ip);
+        g_free(settings.camera_user);
+        g_free(settings.camera_pass);
         if (ip && *ip && user && *user)
                 log_info("%sSetting connection to %s@%s", user, ip);
         settings.camera_ip = g_strdup(ip);

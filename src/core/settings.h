@@ -1,14 +1,9 @@
 // The runtime settings store: operator settings read on every scene and control tick.
-// Setters log their change line at info level and store; callers validate ranges.
+// Setters log their change line at info level and store; callers validate ranges. The
+// store depends on nothing of the service: start-up fills it (settings_load.h).
 #pragma once
 
 #include <glib.h>
-
-// Creates the tracking singletons, then loads every persisted setting (the pan and tilt
-// gains straight into the controller). Needs the configuration file set up first.
-void settings_load(void);
-// Frees the connection strings and destroys the tracker, then the controller.
-void settings_cleanup(void);
 
 void settings_set_mounting_height(double height);
 double settings_get_mounting_height(void);
@@ -36,5 +31,7 @@ double settings_get_zoom_degree(void);
 // The connection triple is replaced and read whole, under the connection mutex.
 // Each string may be NULL; NULL and "" are different values.
 void settings_set_camera_connection(const gchar *ip, const gchar *user, const gchar *pass);
+// Forgets the triple (shutdown).
+void settings_free_camera_connection(void);
 // Frees what the three pointers hold, then fills them with copies the caller owns.
 void settings_get_camera_connection(gchar **ip, gchar **user, gchar **pass);

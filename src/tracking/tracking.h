@@ -1,6 +1,6 @@
 // The tracking core's flat facade: free functions over the two process-wide singletons,
 // so that no signature outside the core names a class. The singletons exist between
-// settings_load and settings_cleanup; every function here assumes they do.
+// settings_load and settings_cleanup (start-up); every function here assumes they do.
 #pragma once
 
 #include <glib.h>

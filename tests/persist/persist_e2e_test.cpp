@@ -78,7 +78,9 @@ TEST(PersistEndToEnd, ConfigFileThatCannotBeCreatedStopsTheServiceAfterEveryTear
         EXPECT_EQ(service.matching("ERROR: "), Lines{"trelvo: ERROR: Failed to setup persistent"});
         EXPECT_TRUE(service.matching("Setting up: settings_load").empty());
         EXPECT_EQ(service.matching("Tearing down: persistent_cleanup").size(), 1u);
-        EXPECT_EQ(service.matching("Tearing down: ").back(), "trelvo: DEBUG: Tearing down: settings_cleanup");
+        const Lines teardowns = service.matching("Tearing down: ");
+        ASSERT_FALSE(teardowns.empty());
+        EXPECT_EQ(teardowns.back(), "trelvo: DEBUG: Tearing down: settings_cleanup");
         EXPECT_TRUE(service.matching("CRITICAL").empty());
 }
 

@@ -55,7 +55,9 @@ TEST(FailedSetup, WithoutABusStopsAtTheZoneClientWithStatusOne)
                 EXPECT_EQ(line.rfind("trelvo: ERROR: Failed to get radar_zones proxy: ", 0), 0u) << line;
         }
         EXPECT_TRUE(service.matching("Running").empty());
-        EXPECT_EQ(service.matching("Setting up: ").back(), "trelvo: DEBUG: Setting up: radar_zones_init");
+        const std::vector<std::string> setups = service.matching("Setting up: ");
+        ASSERT_FALSE(setups.empty());
+        EXPECT_EQ(setups.back(), "trelvo: DEBUG: Setting up: radar_zones_init");
 
         std::vector<std::string> trace = teardown_trace(service);
         EXPECT_FALSE(trace.empty());

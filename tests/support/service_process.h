@@ -2,7 +2,7 @@
 // by line, for tests that drive the service from outside.
 #pragma once
 
-#include <gio/gio.h>
+#include "child_process.h"
 
 #include <memory>
 #include <string>
@@ -24,6 +24,7 @@ struct ServiceOptions {
         ServiceBus bus = ServiceBus::private_with_zones;
         std::string zones_scenario; // scenario whose zones sim-zones serves; "" = no zones
         bool conf_read_only = false; // the config directory mounted read-only
+        bool keep_net = false;       // share this process's network namespace (eth0, the simulated camera)
 };
 
 class ServiceProcess {
@@ -33,22 +34,22 @@ public:
         ServiceProcess(const ServiceProcess &) = delete;
         ServiceProcess &operator=(const ServiceProcess &) = delete;
 
-        // Reads output until a line containing text arrives; false when the output ends first.
-        bool wait_for_line(const std::string &text);
-        void send_signal(int signal);
-        // Reads the rest of the output and returns the exit status.
-        int wait_exit();
-        const std::vector<std::string> &lines() const { return lines_; }
+        // Waits, within a time limit, for a line containing text; a test failure with the
+        // service's last lines when it does not come.
+        bool wait_for_line(const std::string &text, double seconds = child_default_wait_s)
+        {
+                return process_->wait_for_line(text, seconds);
+        }
+        void send_signal(int signal) { process_->send_signal(signal); }
+        // The exit status once it exited (within a time limit); -1 otherwise.
+        int wait_exit(double seconds = child_default_wait_s) { return process_->wait_exit(seconds); }
+        std::vector<std::string> lines() const { return process_->lines(); }
         // Lines that mention text, in order.
-        std::vector<std::string> matching(const std::string &text) const;
+        std::vector<std::string> matching(const std::string &text) const { return process_->matching(text); }
 
 private:
-        bool read_line();
-
         // Declared first, destroyed last: the bus and sim-zones outlive the service.
         std::unique_ptr<PrivateBus> bus_;
         std::unique_ptr<SimZonesProcess> zones_;
-        GSubprocess *process_ = nullptr;
-        GDataInputStream *output_ = nullptr;
-        std::vector<std::string> lines_;
+        std::unique_ptr<ChildProcess> process_;
 };

@@ -1,0 +1,61 @@
+// A program the test starts and reads: its standard output and error, merged, are
+// collected line by line on a thread of their own (so the pipe never fills), and every
+// wait has a time limit, so a child that hangs or stops printing fails the test at once
+// with what it printed. The child gets SIGKILL when the test process dies, and when the
+// ChildProcess is destroyed while it still runs.
+#pragma once
+
+#include <sys/types.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+// Seconds a wait gives a child by default; sanitizer builds are several times slower.
+constexpr double child_default_wait_s = 30.0;
+
+class ChildProcess {
+public:
+        // argv[0] is a path or a program on PATH; env holds extra NAME=value entries.
+        explicit ChildProcess(const std::vector<std::string> &argv, const std::vector<std::string> &env = {});
+        ~ChildProcess();
+        ChildProcess(const ChildProcess &) = delete;
+        ChildProcess &operator=(const ChildProcess &) = delete;
+
+        bool started() const { return pid_ > 0; }
+        pid_t pid() const { return pid_; }
+
+        // Waits until a line containing text has been printed (also one printed earlier).
+        // On time-out or end of output: a test failure naming the text and the last lines.
+        bool wait_for_line(const std::string &text, double seconds = child_default_wait_s);
+        // Number of lines containing text printed so far.
+        size_t count(const std::string &text) const;
+        void send_signal(int signal);
+        // Waits for the exit and returns the exit status; -1 (and a failure) when it was
+        // killed by a signal or did not exit in time (it is then killed).
+        int wait_exit(double seconds = child_default_wait_s);
+        bool exited();
+
+        std::vector<std::string> lines() const;
+        // Lines containing text, in order.
+        std::vector<std::string> matching(const std::string &text) const;
+        // The last n lines, one per line, for failure messages.
+        std::string tail(size_t n = 30) const;
+
+private:
+        void read_output(int fd);
+        void finish_output(double seconds);
+        void reap(int options);
+
+        std::string name_;
+        pid_t pid_ = -1;
+        int status_ = -1;
+        bool reaped_ = false;
+        std::thread reader_;
+        mutable std::mutex mutex_;
+        std::condition_variable changed_;
+        std::vector<std::string> lines_;
+        bool output_ended_ = false;
+};
