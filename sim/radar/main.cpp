@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <set>
 
 namespace {
 
@@ -19,13 +20,30 @@ struct SimRadar {
         ScenePublisher *publisher = nullptr;
         uint64_t frame = 0;
         uint64_t frame_limit = 0; // 0: run until a signal
+        std::set<uint32_t> shown; // objects in the last scene
         GMainLoop *loop = nullptr;
 };
+
+// Tells the measurements when each object entered, on the monotonic clock that the
+// simulated camera's request log uses too.
+void sim_radar_note_arrivals(SimRadar *sim, const Scene &scene, int64_t published_us)
+{
+        std::set<uint32_t> now;
+        for (const Object &object : scene.objects()) {
+                now.insert(object.id());
+                if (!sim->shown.count(object.id()))
+                        printf("sim-radar: object %u appears at %" G_GINT64_FORMAT "\n", object.id(), published_us);
+        }
+        fflush(stdout);
+        sim->shown = std::move(now);
+}
 
 gboolean sim_radar_tick(gpointer data)
 {
         auto *sim = static_cast<SimRadar *>(data);
-        sim->publisher->publish_scene(scenario_scene(sim->scenario, sim->frame));
+        const Scene scene = scenario_scene(sim->scenario, sim->frame);
+        sim->publisher->publish_scene(scene);
+        sim_radar_note_arrivals(sim, scene, g_get_monotonic_time());
         sim->frame++;
         if (sim->frame_limit && sim->frame >= sim->frame_limit) {
                 g_main_loop_quit(sim->loop);
@@ -50,9 +68,11 @@ const char summary[] =
         "  classes     classification names in class-index order\n"
         "              (Raw, RawAssociated, Unknown, Human, Vehicle, SmallObject)\n"
         "  objects     [{\"id\": 7, \"class\": 3, \"speed\": 1.4, \"loop\": true,\n"
-        "                \"waypoints\": [[-10, 20], [10, 25]]}]\n"
+        "                \"start_s\": 0, \"waypoints\": [[-10, 20], [10, 25]]}]\n"
         "Waypoints are metres on the ground, radar at the origin facing +y, x to the right.\n"
-        "An object without \"loop\" leaves the scene after its last waypoint.\n"
+        "An object without \"loop\" leaves the scene after its last waypoint; one with \"start_s\"\n"
+        "enters that many seconds after the start. Each object's entry is printed as\n"
+        "\"sim-radar: object ID appears at T\" (T: monotonic clock, microseconds).\n"
         "Prints \"sim-radar: serving ...\" once the socket accepts clients; SIGINT or SIGTERM stop it.";
 
 } // namespace

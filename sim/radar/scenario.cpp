@@ -89,6 +89,12 @@ bool scenario_read_object(json_t *item, size_t index, ScenarioObject *object, GE
                         return scenario_fail(error, where + ": \"speed\" must be a number of 0 or more");
                 object->speed = json_number_value(speed);
         }
+        json_t *start = json_object_get(item, "start_s");
+        if (start) {
+                if (!json_is_number(start) || json_number_value(start) < 0.0)
+                        return scenario_fail(error, where + ": \"start_s\" must be a number of 0 or more");
+                object->start_s = json_number_value(start);
+        }
         json_t *loop = json_object_get(item, "loop");
         if (loop) {
                 if (!json_is_boolean(loop))

@@ -18,6 +18,7 @@ struct ScenarioObject {
         uint32_t class_index = 0; // index into the scenario's classification names
         double speed = 1.0;       // metres per second along the waypoints
         bool loop = false;        // true: back to the first waypoint; false: gone after the last
+        double start_s = 0.0;     // seconds into the scenario before it appears
         std::vector<GroundPoint> waypoints;
 };
 

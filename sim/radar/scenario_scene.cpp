@@ -78,7 +78,7 @@ Scene scenario_scene(const Scenario &scenario, uint64_t n)
         scene.set_real_time(static_cast<uint64_t>(g_get_real_time()));
         for (const ScenarioObject &object : scenario.objects) {
                 GroundPoint ground;
-                if (scenario_object_position(object, t, &ground))
+                if (t >= object.start_s && scenario_object_position(object, t - object.start_s, &ground))
                         scenario_add_object(scene, object, scene_position_from_ground(ground.x, ground.y,
                                                                                        scenario.max_range));
         }
