@@ -1,0 +1,237 @@
+#include "sim_camera_process.h"
+
+#include <curl/curl.h>
+#include <glib.h>
+#include <glib/gstdio.h>
+#include <gtest/gtest.h>
+#include <jansson.h>
+
+#include <chrono>
+#include <csignal>
+#include <thread>
+
+namespace {
+
+size_t sim_camera_collect(char *data, size_t size, size_t count, void *user)
+{
+        static_cast<std::string *>(user)->append(data, size * count);
+        return size * count;
+}
+
+std::string sim_camera_query(const std::map<std::string, std::string> &values)
+{
+        std::string query;
+        for (const auto &[key, value] : values) {
+                char *escaped = curl_easy_escape(nullptr, value.c_str(), static_cast<int>(value.size()));
+                query += (query.empty() ? "?" : "&") + key + "=" + escaped;
+                curl_free(escaped);
+        }
+        return query;
+}
+
+std::string sim_camera_string(json_t *object, const char *key)
+{
+        const char *text = json_string_value(json_object_get(object, key));
+        return text ? text : "";
+}
+
+double sim_camera_number(json_t *object, const char *key)
+{
+        return json_number_value(json_object_get(object, key));
+}
+
+uint64_t sim_camera_count(json_t *object, const char *key)
+{
+        return static_cast<uint64_t>(json_integer_value(json_object_get(object, key)));
+}
+
+SimCameraStatus sim_camera_status_from(json_t *root, const std::string &text)
+{
+        SimCameraStatus s;
+        s.json = text;
+        s.pan = sim_camera_number(root, "pan");
+        s.tilt = sim_camera_number(root, "tilt");
+        s.zoom = sim_camera_number(root, "zoom");
+        s.reported_zoom = static_cast<int>(sim_camera_count(root, "reported_zoom"));
+        s.moving = json_is_true(json_object_get(root, "moving"));
+        s.pan_speed = sim_camera_number(root, "pan_speed");
+        s.tilt_speed = sim_camera_number(root, "tilt_speed");
+        s.zoom_speed = sim_camera_number(root, "zoom_speed");
+        json_t *connections = json_object_get(root, "connections");
+        s.http_connections = sim_camera_count(connections, "http");
+        s.https_connections = sim_camera_count(connections, "https");
+        s.requests = sim_camera_count(root, "requests");
+        size_t i;
+        json_t *fault;
+        json_array_foreach(json_object_get(root, "faults"), i, fault) s.faults.push_back(json_string_value(fault));
+        s.firmware = sim_camera_string(root, "firmware");
+        s.metadata = json_is_true(json_object_get(root, "metadata"));
+        s.stream_offered = json_is_true(json_object_get(root, "stream_offered"));
+        s.product_number = sim_camera_string(root, "product_number");
+        json_t *angles = json_object_get(root, "field_angle");
+        s.min_field_angle = static_cast<int>(sim_camera_count(angles, "min"));
+        s.max_field_angle = static_cast<int>(sim_camera_count(angles, "max"));
+        json_t *rtsp = json_object_get(root, "rtsp");
+        s.rtsp_clients = sim_camera_count(rtsp, "clients");
+        s.rtsp_packets = sim_camera_count(rtsp, "packets");
+        return s;
+}
+
+std::string sim_camera_number_text(double value)
+{
+        char text[G_ASCII_DTOSTR_BUF_SIZE];
+        return g_ascii_dtostr(text, sizeof(text), value);
+}
+
+} // namespace
+
+SimCameraProcess::SimCameraProcess(const std::vector<std::string> &options)
+{
+        g_autoptr(GError) error = nullptr;
+        g_autofree gchar *directory = g_dir_make_tmp("sim-camera-XXXXXX", &error);
+        if (!directory) {
+                ADD_FAILURE() << "no temporary directory: " << error->message;
+                return;
+        }
+        directory_ = directory;
+        socket_ = directory_ + "/control.sock";
+        std::vector<std::string> argv{TRELVO_SIM_CAMERA, "--control", socket_};
+        argv.insert(argv.end(), options.begin(), options.end());
+        process_ = std::make_unique<ChildProcess>(argv);
+        ready_ = process_->started() && process_->wait_for_line("sim-camera: ready");
+}
+
+SimCameraProcess::~SimCameraProcess()
+{
+        if (process_ && !process_->exited())
+                stop();
+        if (!socket_.empty())
+                g_unlink(socket_.c_str());
+        if (!directory_.empty())
+                g_rmdir(directory_.c_str());
+}
+
+int SimCameraProcess::stop()
+{
+        process_->send_signal(SIGTERM);
+        ready_ = false;
+        return process_->wait_exit();
+}
+
+long SimCameraProcess::control(const std::string &method, const std::string &path, std::string *body)
+{
+        CURL *curl = curl_easy_init();
+        const std::string url = "http://sim-camera" + path;
+        body->clear();
+        curl_easy_setopt(curl, CURLOPT_UNIX_SOCKET_PATH, socket_.c_str());
+        curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
+        curl_easy_setopt(curl, CURLOPT_CUSTOMREQUEST, method.c_str());
+        curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, sim_camera_collect);
+        curl_easy_setopt(curl, CURLOPT_WRITEDATA, body);
+        curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, 5000L);
+        long status = 0;
+        if (curl_easy_perform(curl) == CURLE_OK)
+                curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
+        curl_easy_cleanup(curl);
+        return status;
+}
+
+SimCameraStatus SimCameraProcess::status()
+{
+        std::string body;
+        const long code = control("GET", "/status", &body);
+        json_t *root = code == 200 ? json_loads(body.c_str(), 0, nullptr) : nullptr;
+        if (!root) {
+                ADD_FAILURE() << "sim-camera status: " << code << " " << body;
+                return {};
+        }
+        SimCameraStatus s = sim_camera_status_from(root, body);
+        json_decref(root);
+        return s;
+}
+
+std::vector<SimCameraRequest> SimCameraProcess::requests(uint64_t since, uint64_t *next)
+{
+        std::string body;
+        const long code = control("GET", "/requests?since=" + std::to_string(since), &body);
+        json_t *root = code == 200 ? json_loads(body.c_str(), 0, nullptr) : nullptr;
+        std::vector<SimCameraRequest> list;
+        if (!root) {
+                ADD_FAILURE() << "sim-camera requests: " << code << " " << body;
+                return list;
+        }
+        size_t i;
+        json_t *entry;
+        json_array_foreach(json_object_get(root, "requests"), i, entry)
+        {
+                list.push_back(SimCameraRequest{.seq = sim_camera_count(entry, "seq"),
+                                                .t_us = static_cast<int64_t>(sim_camera_count(entry, "t_us")),
+                                                .scheme = sim_camera_string(entry, "scheme"),
+                                                .path = sim_camera_string(entry, "path"),
+                                                .status = static_cast<int>(sim_camera_count(entry, "status")),
+                                                .user = sim_camera_string(entry, "user")});
+        }
+        if (next)
+                *next = sim_camera_count(root, "next");
+        json_decref(root);
+        return list;
+}
+
+bool SimCameraProcess::set_fault(const std::string &name, bool on)
+{
+        std::string body;
+        const long code = control("POST", "/fault" + sim_camera_query({{"name", name}, {"on", on ? "1" : "0"}}), &body);
+        if (code != 200)
+                ADD_FAILURE() << "sim-camera fault " << name << ": " << code << " " << body;
+        return code == 200;
+}
+
+bool SimCameraProcess::set(const std::map<std::string, std::string> &settings)
+{
+        std::string body;
+        const long code = control("POST", "/set" + sim_camera_query(settings), &body);
+        if (code != 200)
+                ADD_FAILURE() << "sim-camera set: " << code << " " << body;
+        return code == 200;
+}
+
+bool SimCameraProcess::teleport(double pan, double tilt, double zoom)
+{
+        std::string body;
+        const long code = control("POST",
+                                  "/position" + sim_camera_query({{"pan", sim_camera_number_text(pan)},
+                                                                  {"tilt", sim_camera_number_text(tilt)},
+                                                                  {"zoom", sim_camera_number_text(zoom)}}),
+                                  &body);
+        if (code != 200)
+                ADD_FAILURE() << "sim-camera position: " << code << " " << body;
+        return code == 200;
+}
+
+bool SimCameraProcess::set_home(double pan, double tilt, double zoom)
+{
+        std::string body;
+        const long code = control("POST",
+                                  "/home" + sim_camera_query({{"pan", sim_camera_number_text(pan)},
+                                                              {"tilt", sim_camera_number_text(tilt)},
+                                                              {"zoom", sim_camera_number_text(zoom)}}),
+                                  &body);
+        if (code != 200)
+                ADD_FAILURE() << "sim-camera home: " << code << " " << body;
+        return code == 200;
+}
+
+bool SimCameraProcess::wait_for(const std::function<bool(const SimCameraStatus &)> &condition, const std::string &what,
+                                double seconds)
+{
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+        SimCameraStatus last;
+        do {
+                last = status();
+                if (condition(last))
+                        return true;
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        } while (std::chrono::steady_clock::now() < deadline);
+        ADD_FAILURE() << "sim-camera: no " << what << " within " << seconds << " s; last status " << last.json;
+        return false;
+}

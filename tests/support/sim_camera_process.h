@@ -1,0 +1,89 @@
+// The simulated PTZ camera (sim-camera) as a child process, and typed calls to its control
+// interface. The camera listens in the network namespace of the test process (run the
+// test inside tests/rig/sandbox to use the ports 80, 443 and 554); the control socket is
+// in a fresh temporary directory, reachable from any namespace that shares the files.
+#pragma once
+
+#include "child_process.h"
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+struct SimCameraStatus {
+        double pan = 0.0;
+        double tilt = 0.0;
+        double zoom = 0.0;
+        int reported_zoom = 0;
+        bool moving = false;
+        double pan_speed = 0.0; // last continuous speeds commanded, -100 to 100
+        double tilt_speed = 0.0;
+        double zoom_speed = 0.0;
+        uint64_t http_connections = 0; // TCP connections accepted per port since start
+        uint64_t https_connections = 0;
+        uint64_t requests = 0; // requests logged since start
+        std::vector<std::string> faults;
+        std::string firmware;
+        bool metadata = false;
+        bool stream_offered = false;
+        std::string product_number;
+        int min_field_angle = 0;
+        int max_field_angle = 0;
+        uint64_t rtsp_clients = 0; // metadata stream clients connected now
+        uint64_t rtsp_packets = 0; // metadata packets sent since start
+        std::string json;          // the whole /status document
+};
+
+struct SimCameraRequest {
+        uint64_t seq = 0;
+        int64_t t_us = 0;
+        std::string scheme;
+        std::string path; // e.g. "zelk-cgi/com/ptz.cgi?query=position"
+        int status = 0;   // 0: never answered
+        std::string user; // "" when not authenticated
+};
+
+class SimCameraProcess {
+public:
+        // Starts sim-camera with these extra options (e.g. {"--fault", "https_only"}) and
+        // waits for it to be ready; a test failure when it does not get ready.
+        explicit SimCameraProcess(const std::vector<std::string> &options = {});
+        ~SimCameraProcess();
+        SimCameraProcess(const SimCameraProcess &) = delete;
+        SimCameraProcess &operator=(const SimCameraProcess &) = delete;
+
+        bool ready() const { return ready_; }
+        const std::string &control_socket() const { return socket_; }
+        ChildProcess &process() { return *process_; }
+
+        // Control calls: each a test failure (and an empty or false result) when the
+        // interface does not answer 200.
+        SimCameraStatus status();
+        // Requests logged from seq since on; *next (when given) is where the next call starts.
+        std::vector<SimCameraRequest> requests(uint64_t since = 0, uint64_t *next = nullptr);
+        bool set_fault(const std::string &name, bool on);
+        // Keys of POST /set: firmware, metadata, product_number, min_field_angle,
+        // max_field_angle, user, password, auth.
+        bool set(const std::map<std::string, std::string> &settings);
+        bool teleport(double pan, double tilt, double zoom);
+        bool set_home(double pan, double tilt, double zoom);
+        // Polls the status every 20 ms until condition holds; a test failure naming what
+        // (with the last status) after seconds.
+        bool wait_for(const std::function<bool(const SimCameraStatus &)> &condition, const std::string &what,
+                      double seconds = 10.0);
+
+        // Control request as it is: method, path with query; returns the HTTP status
+        // (0 when the interface did not answer) and the body.
+        long control(const std::string &method, const std::string &path, std::string *body);
+        // Stops it with SIGTERM; the exit status (0 expected).
+        int stop();
+
+private:
+        std::string directory_;
+        std::string socket_;
+        std::unique_ptr<ChildProcess> process_;
+        bool ready_ = false;
+};
