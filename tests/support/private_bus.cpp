@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
-PrivateBus::PrivateBus()
+PrivateBus::PrivateBus(const std::string &config)
 {
         g_autofree gchar *directory = g_dir_make_tmp("trelvo-bus-XXXXXX", nullptr);
         if (!directory) {
@@ -12,11 +12,13 @@ PrivateBus::PrivateBus()
                 return;
         }
         directory_ = directory;
+        g_chmod(directory, 0755);
         const std::string address = "unix:path=" + directory_ + "/system_bus_socket";
         const std::string address_option = "--address=" + address;
+        const std::string config_option = "--config-file=" + (config.empty() ? std::string(TRELVO_DBUS_CONFIG) : config);
         GError *error = nullptr;
         process_ = g_subprocess_new(G_SUBPROCESS_FLAGS_STDOUT_PIPE, &error, "dbus-daemon", "--nofork", "--nopidfile",
-                                    "--config-file=" TRELVO_DBUS_CONFIG, address_option.c_str(), "--print-address",
+                                    config_option.c_str(), address_option.c_str(), "--print-address",
                                     nullptr);
         if (!process_) {
                 ADD_FAILURE() << "cannot start dbus-daemon: " << error->message;

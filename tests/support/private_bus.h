@@ -2,7 +2,8 @@
 // listening on a socket path in a fresh temporary directory. While it runs,
 // DBUS_SYSTEM_BUS_ADDRESS points at it in this process, so children started afterwards
 // (the service, sim-zones) and this process's own GIO system-bus connection use it and
-// never the machine's bus.
+// never the machine's bus. Like /run/dbus, the socket's directory is open to every user,
+// so that a test can also call in under another uid.
 #pragma once
 
 #include <gio/gio.h>
@@ -11,7 +12,8 @@
 
 class PrivateBus {
 public:
-        PrivateBus();
+        // config: the daemon's configuration file; "" = the rig's allow-everything one.
+        explicit PrivateBus(const std::string &config = "");
         ~PrivateBus();
         PrivateBus(const PrivateBus &) = delete;
         PrivateBus &operator=(const PrivateBus &) = delete;

@@ -1,18 +1,22 @@
 #include "service_process.h"
 
 #include "private_bus.h"
+#include "sim_events_process.h"
 #include "sim_zones_process.h"
 
 ServiceProcess::ServiceProcess(const ServiceOptions &options)
 {
-        std::string bus_address = private_bus_unreachable_address();
+        bus_address_ = private_bus_unreachable_address();
         if (options.bus == ServiceBus::private_with_zones) {
-                bus_ = std::make_unique<PrivateBus>();
+                bus_ = std::make_unique<PrivateBus>(options.bus_config);
                 zones_ = std::make_unique<SimZonesProcess>(bus_->address(), options.zones_scenario);
-                bus_address = bus_->address();
+                events_ = std::make_unique<SimEventsProcess>(bus_->address());
+                bus_address_ = bus_->address();
+        } else if (options.bus == ServiceBus::existing) {
+                bus_address_ = options.bus_address;
         }
         std::vector<std::string> env = {"G_MESSAGES_DEBUG=" + std::string(options.debug_log ? "all" : ""),
-                                        "DBUS_SYSTEM_BUS_ADDRESS=" + bus_address};
+                                        "DBUS_SYSTEM_BUS_ADDRESS=" + bus_address_};
         env.insert(env.end(), options.environment.begin(), options.environment.end());
 
         std::vector<std::string> argv = {TRELVO_SANDBOX, "--conf-path", TRELVO_CONF_DIR};

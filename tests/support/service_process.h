@@ -9,11 +9,13 @@
 #include <vector>
 
 class PrivateBus;
+class SimEventsProcess;
 class SimZonesProcess;
 
 // The system bus the service finds through DBUS_SYSTEM_BUS_ADDRESS: never the machine's.
 enum class ServiceBus {
-        private_with_zones, // a private dbus-daemon of its own, with sim-zones serving on it
+        private_with_zones, // a private dbus-daemon of its own, with sim-zones and sim-events serving on it
+        existing,           // the bus at ServiceOptions::bus_address (e.g. another instance's); nothing started
         none,               // an address where nothing listens
 };
 
@@ -25,6 +27,8 @@ struct ServiceOptions {
         std::string zones_scenario; // scenario whose zones sim-zones serves; "" = no zones
         bool conf_read_only = false; // the config directory mounted read-only
         bool keep_net = false;       // share this process's network namespace (eth0, the simulated camera)
+        std::string bus_config;  // private_with_zones: the dbus-daemon's configuration; "" = the rig's
+        std::string bus_address; // existing: the bus to join
 };
 
 class ServiceProcess {
@@ -47,9 +51,16 @@ public:
         // Lines that mention text, in order.
         std::vector<std::string> matching(const std::string &text) const { return process_->matching(text); }
 
+        // The simulated event producer beside it (ServiceBus::private_with_zones only).
+        SimEventsProcess &events() { return *events_; }
+        // The address the service was given as its system bus.
+        const std::string &bus_address() const { return bus_address_; }
+
 private:
-        // Declared first, destroyed last: the bus and sim-zones outlive the service.
+        // Declared first, destroyed last: the bus and the simulated services outlive the service.
         std::unique_ptr<PrivateBus> bus_;
         std::unique_ptr<SimZonesProcess> zones_;
+        std::unique_ptr<SimEventsProcess> events_;
+        std::string bus_address_;
         std::unique_ptr<ChildProcess> process_;
 };
