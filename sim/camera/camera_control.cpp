@@ -2,6 +2,7 @@
 
 #include "camera_api.h"
 #include "camera_params.h"
+#include "camera_rtsp.h"
 
 #include <gio/gunixsocketaddress.h>
 #include <libsoup/soup.h>
@@ -268,6 +269,7 @@ void simcam_control_post(SoupServerMessage *msg, const char *path, Query *query)
                         return;
                 }
                 simcam_api_refresh();
+                simcam_rtsp_refresh();
                 simcam_control_reply(msg, SOUP_STATUS_OK, simcam_control_status(*control.camera));
                 return;
         }
@@ -333,7 +335,7 @@ json_t *simcam_control_status(const SimCamera &camera)
         const PtzState &ptz = camera.ptz;
         const CameraIdentity &id = camera.identity;
         return json_pack("{s:f,s:f,s:f,s:i,s:b,s:f,s:f,s:f,s:{s:f,s:f,s:f},s:{s:I,s:I},s:I,s:o,s:s,s:b,s:b,s:s,"
-                         "s:{s:i,s:i},s:{s:f,s:f,s:f},s:s,s:s}",
+                         "s:{s:i,s:i},s:{s:f,s:f,s:f},s:s,s:s,s:{s:I,s:I}}",
                          "pan", ptz.pan.position, "tilt", ptz.tilt.position, "zoom", ptz.zoom.position, "reported_zoom",
                          sim_camera_reported_zoom(camera), "moving", ptz_dynamics_moving(ptz), "pan_speed",
                          ptz.pan.speed_command, "tilt_speed", ptz.tilt.speed_command, "zoom_speed", ptz.zoom.speed_command,
@@ -345,7 +347,9 @@ json_t *simcam_control_status(const SimCamera &camera)
                          sim_camera_offers_stream(id), "product_number", id.product_number.c_str(), "field_angle", "min",
                          id.min_field_angle, "max", id.max_field_angle, "home", "pan", camera.home_pan, "tilt",
                          camera.home_tilt, "zoom", camera.home_zoom, "user", camera.user.c_str(), "auth",
-                         sim_camera_auth_name(camera.auth));
+                         sim_camera_auth_name(camera.auth), "rtsp", "clients",
+                         static_cast<json_int_t>(simcam_rtsp_clients()), "packets",
+                         static_cast<json_int_t>(simcam_rtsp_packets()));
 }
 
 bool simcam_control_setup(SimCamera *camera, const char *socket_path, GError **error)

@@ -6,11 +6,16 @@
 #include "sim_camera_process.h"
 
 #include <curl/curl.h>
+#include <gst/gst.h>
+#include <gst/rtp/gstrtpbuffer.h>
 #include <libsoup/soup.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
 #include <cstring>
+#include <functional>
+#include <mutex>
 
 namespace {
 
@@ -354,3 +359,165 @@ TEST(SimCamera, AKeptAliveClientUsesOneConnection)
 }
 
 } // namespace
+
+// ---- the metadata stream, received the way the service receives it
+
+class StreamClient {
+public:
+        explicit StreamClient(const std::string &password = "pass")
+        {
+                pipeline_ = gst_pipeline_new(nullptr);
+                GstElement *source = gst_element_factory_make("rtspsrc", nullptr);
+                sink_ = gst_element_factory_make("appsink", nullptr);
+                if (!source || !sink_) {
+                        ADD_FAILURE() << "rtspsrc or appsink missing";
+                        return;
+                }
+                g_object_set(source, "location", "rtsp://127.0.0.1:554/zelk-media/media.amp?video=0&audio=0&ptz=all",
+                             "user-id", "root", "user-pw", password.c_str(), "latency", 0, "protocols", 4, nullptr);
+                g_object_set(sink_, "emit-signals", TRUE, nullptr);
+                g_signal_connect(source, "pad-added", G_CALLBACK(link_rtp), sink_);
+                g_signal_connect(sink_, "new-sample", G_CALLBACK(take_sample), this);
+                gst_bin_add_many(GST_BIN(pipeline_), source, sink_, nullptr);
+                gst_element_set_state(pipeline_, GST_STATE_PLAYING);
+        }
+        ~StreamClient()
+        {
+                gst_element_set_state(pipeline_, GST_STATE_NULL);
+                gst_object_unref(pipeline_);
+        }
+
+        // Waits (handling bus messages) until a payload contains text; its index, or -1.
+        int wait_for_payload(const std::string &text, size_t from = 0, double seconds = 10.0)
+        {
+                int found = -1;
+                run_until([&] {
+                        std::lock_guard lock(mutex_);
+                        for (size_t i = from; i < payloads_.size() && found < 0; i++)
+                                if (payloads_[i].find(text) != std::string::npos)
+                                        found = static_cast<int>(i);
+                        return found >= 0;
+                }, seconds);
+                if (found < 0)
+                        ADD_FAILURE() << "no payload with " << text << "; last error: " << last_error_;
+                return found;
+        }
+        // Waits for an error or warning on the bus; true when it was a resource read error.
+        bool wait_for_failure(double seconds = 10.0)
+        {
+                run_until([&] { return !last_error_.empty(); }, seconds);
+                return read_error_;
+        }
+        size_t payload_count()
+        {
+                std::lock_guard lock(mutex_);
+                return payloads_.size();
+        }
+        const std::string &last_error() const { return last_error_; }
+
+private:
+        static void link_rtp(GstElement *, GstPad *pad, gpointer sink)
+        {
+                GstPad *sink_pad = gst_element_get_static_pad(GST_ELEMENT(sink), "sink");
+                GstCaps *caps = gst_pad_query_caps(pad, nullptr);
+                if (!gst_pad_is_linked(sink_pad) &&
+                    g_str_equal(gst_structure_get_name(gst_caps_get_structure(caps, 0)), "application/x-rtp"))
+                        gst_pad_link(pad, sink_pad);
+                gst_caps_unref(caps);
+                gst_object_unref(sink_pad);
+        }
+        static GstFlowReturn take_sample(GstElement *sink, gpointer data)
+        {
+                auto *self = static_cast<StreamClient *>(data);
+                GstSample *sample = nullptr;
+                g_signal_emit_by_name(sink, "pull-sample", &sample);
+                if (!sample)
+                        return GST_FLOW_OK;
+                GstRTPBuffer rtp = GST_RTP_BUFFER_INIT;
+                if (gst_rtp_buffer_map(gst_sample_get_buffer(sample), GST_MAP_READ, &rtp)) {
+                        std::lock_guard lock(self->mutex_);
+                        self->payloads_.emplace_back(static_cast<const char *>(gst_rtp_buffer_get_payload(&rtp)),
+                                                     gst_rtp_buffer_get_payload_len(&rtp));
+                        gst_rtp_buffer_unmap(&rtp);
+                }
+                gst_sample_unref(sample);
+                return GST_FLOW_OK;
+        }
+        void run_until(const std::function<bool()> &done, double seconds)
+        {
+                GstBus *bus = gst_element_get_bus(pipeline_);
+                const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+                while (!done() && std::chrono::steady_clock::now() < deadline) {
+                        GstMessage *message = gst_bus_timed_pop_filtered(
+                                bus, 20 * GST_MSECOND,
+                                static_cast<GstMessageType>(GST_MESSAGE_ERROR | GST_MESSAGE_WARNING));
+                        if (!message)
+                                continue;
+                        GError *error = nullptr;
+                        if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR)
+                                gst_message_parse_error(message, &error, nullptr);
+                        else
+                                gst_message_parse_warning(message, &error, nullptr);
+                        last_error_ = error->message;
+                        read_error_ |= error->domain == GST_RESOURCE_ERROR && error->code == GST_RESOURCE_ERROR_READ;
+                        g_error_free(error);
+                        gst_message_unref(message);
+                }
+                gst_object_unref(bus);
+        }
+
+        GstElement *pipeline_ = nullptr;
+        GstElement *sink_ = nullptr;
+        std::mutex mutex_;
+        std::vector<std::string> payloads_;
+        std::string last_error_;
+        bool read_error_ = false;
+};
+
+TEST(SimCamera, MetadataStreamFollowsTheCameraAndDropsOnFault)
+{
+        gst_init(nullptr, nullptr);
+        SimCameraProcess camera({"--pan", "18", "--tilt", "-9", "--zoom", "500"});
+        ASSERT_TRUE(camera.ready());
+        StreamClient stream;
+        ASSERT_GE(stream.wait_for_payload("<tt:Position><tt:PanTilt x=\"0.100000\" y=\"-0.050000\""), 0);
+        int at = stream.wait_for_payload("<tt:Zoom x=\"0.050000\"");
+        ASSERT_GE(at, 0);
+        EXPECT_GE(stream.wait_for_payload("<tt:MoveStatus><tt:PanTilt>IDLE</tt:PanTilt><tt:Zoom>IDLE</tt:Zoom>"), 0);
+        EXPECT_EQ(camera.status().rtsp_clients, 1U);
+
+        Client client;
+        EXPECT_EQ(client("zelk-cgi/com/ptz.cgi?pan=90.000000&tilt=-45.000000&zoom=500.000000").status, 200);
+        at = stream.wait_for_payload("<tt:PanTilt>MOVING</tt:PanTilt>", static_cast<size_t>(at));
+        ASSERT_GE(at, 0);
+        EXPECT_GE(stream.wait_for_payload("<tt:PanTilt x=\"0.500000\" y=\"-0.250000\"", static_cast<size_t>(at)), 0);
+        EXPECT_GT(camera.status().rtsp_packets, 10U);
+
+        ASSERT_TRUE(camera.set_fault("stream_drop", true));
+        EXPECT_TRUE(stream.wait_for_failure()) << stream.last_error();
+        ASSERT_TRUE(camera.wait_for([](const SimCameraStatus &s) { return s.rtsp_clients == 0; }, "dropped client"));
+        EXPECT_EQ(camera.stop(), 0);
+}
+
+TEST(SimCamera, MetadataStreamIsRefusedWithoutTheFirmwareOrTheCredentials)
+{
+        gst_init(nullptr, nullptr);
+        SimCameraProcess camera({"--firmware", "5.55.1.2"});
+        ASSERT_TRUE(camera.ready());
+        {
+                StreamClient stream;
+                stream.wait_for_failure();
+                EXPECT_NE(stream.last_error(), "");
+                EXPECT_EQ(stream.payload_count(), 0U);
+        }
+        ASSERT_TRUE(camera.set({{"firmware", "5.55.1.3"}}));
+        {
+                StreamClient stream("wrong");
+                stream.wait_for_failure();
+                EXPECT_NE(stream.last_error(), "");
+                EXPECT_EQ(stream.payload_count(), 0U);
+        }
+        StreamClient stream;
+        EXPECT_GE(stream.wait_for_payload("<tt:PTZStatus>"), 0);
+        EXPECT_EQ(camera.stop(), 0);
+}
