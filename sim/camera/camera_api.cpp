@@ -8,6 +8,7 @@
 #include <libsoup/soup.h>
 #include <net/if.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -92,6 +93,9 @@ gboolean simcam_api_incoming(GSocketService *, GSocketConnection *connection, GO
         port->accepted++;
         simcam_api_forget_closed(port);
         port->connections.push_back(G_SOCKET_CONNECTION(g_object_ref(connection)));
+        // A reply goes out in more than one write: without this, Nagle holds the last one
+        // back for the client's delayed acknowledgement, some 40 ms a request.
+        g_socket_set_option(g_socket_connection_get_socket(connection), IPPROTO_TCP, TCP_NODELAY, 1, nullptr);
 
         g_autoptr(GError) error = nullptr;
         g_autoptr(GIOStream) stream = G_IO_STREAM(g_object_ref(connection));

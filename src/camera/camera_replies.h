@@ -1,0 +1,24 @@
+// Readers of the camera's text replies: the HTTP position reply and the three parameter
+// lists of the probe. Pure functions over NUL-terminated text, so that any reply, however
+// broken, can be thrown at them.
+#pragma once
+
+#include <cstdint>
+
+struct PositionReply {
+        float pan = -360.0f;   // -360: not read
+        float tilt = -360.0f;  // -360: not read
+        int32_t zoom = 0;      // 0: not read
+};
+
+// Reads "pan=", "tilt=" and "zoom=" (each the first occurrence); a value that is missing,
+// does not read or is not finite stays "not read". True when any of the three was read.
+bool camera_parse_position_reply(const char *reply, PositionReply *out);
+
+// Whether the properties list offers the PTZ metadata stream: metadata "yes" and a
+// firmware of at least 5.55.1.3, or of the cvp/cfp lines.
+bool probe_offers_metadata_stream(const char *properties);
+// The zoom limits in degrees (the list gives tenths); each NAN when it does not read.
+void probe_read_field_angles(const char *limits, float *min_field_angle, float *max_field_angle);
+// The product number, a token of at most 63 characters; false when it does not read.
+bool probe_read_product_number(const char *brand, char product[64]);

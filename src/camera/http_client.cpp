@@ -1,0 +1,184 @@
+#include "http_client.h"
+
+#include "clock.h"
+#include "log.h"
+
+#include <curl/curl.h>
+#include <net/if.h>
+
+#include <cstring>
+
+namespace {
+
+constexpr const char *http_interface = "eth0";
+constexpr long http_connect_timeout_ms = 2000;
+
+struct HttpClient {
+        gchar *host = nullptr;
+        gchar *http_port = nullptr;
+        gchar *https_port = nullptr;
+        gboolean use_https = FALSE;
+        CURL *handle = nullptr;
+        gchar *response = nullptr;
+        guint32 response_length = 0;
+        gboolean warn_no_address = TRUE;
+};
+
+HttpClient http;
+
+size_t http_write_cb(char *data, size_t size, size_t count, void *)
+{
+        const size_t n = size * count;
+        if (http.response_length + n > http_max_body_bytes)
+                return 0; // libcurl ends the transfer with a write error
+        http.response = static_cast<gchar *>(g_realloc(http.response, http.response_length + n + 1));
+        memcpy(http.response + http.response_length, data, n);
+        http.response_length += static_cast<guint32>(n);
+        http.response[http.response_length] = '\0';
+        return n;
+}
+
+void http_forget_response(void)
+{
+        g_clear_pointer(&http.response, g_free);
+        http.response_length = 0;
+}
+
+template <typename T>
+bool http_setopt(CURLoption option, T value)
+{
+        const CURLcode result = curl_easy_setopt(http.handle, option, value);
+        if (result != CURLE_OK)
+                log_error("%scurl setopt: %s", curl_easy_strerror(result));
+        return result == CURLE_OK;
+}
+
+// %m: the C library's text for errno, a GNU extension the pedantic format check refuses.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat"
+bool http_configure_handle(void)
+{
+        const unsigned int index = if_nametoindex(http_interface);
+        if (index == 0) {
+                log_error("%sGet index for interface %s: %m", http_interface);
+                return false;
+        }
+        return http_setopt(CURLOPT_ADDRESS_SCOPE, static_cast<long>(index)) &&
+               http_setopt(CURLOPT_SSL_VERIFYPEER, 0L) && http_setopt(CURLOPT_SSL_VERIFYHOST, 0L) &&
+               http_setopt(CURLOPT_COOKIEFILE, "") && http_setopt(CURLOPT_CONNECTTIMEOUT_MS, http_connect_timeout_ms) &&
+               http_setopt(CURLOPT_WRITEFUNCTION, http_write_cb) &&
+               // Signals are no way to time out a lookup in a process with threads.
+               http_setopt(CURLOPT_NOSIGNAL, 1L);
+}
+#pragma GCC diagnostic pop
+
+// Starts one pass of a request; false when its URL was refused.
+bool http_set_url(const char *path)
+{
+        const char *scheme = http.use_https ? "https" : "http";
+        const char *port = http.use_https ? http.https_port : http.http_port;
+        gchar *url = g_strdup_printf("%s://%s:%s/%s", scheme, http.host, port ? port : "", path);
+        const bool ok = http_setopt(CURLOPT_URL, url);
+        g_free(url);
+        return ok;
+}
+
+// What is left of the request's time budget, at least 1 ms (0 would mean no limit).
+long http_remaining_ms(int64_t started_us)
+{
+        const int64_t left = http_request_budget_ms - (clock_now_us() - started_us) / 1000;
+        return left > 0 ? static_cast<long>(left) : 1L;
+}
+
+} // namespace
+
+int http_setup(const char *address, const char *http_port, const char *https_port, const char *user,
+               const char *password)
+{
+        g_clear_pointer(&http.host, g_free);
+        g_clear_pointer(&http.http_port, g_free);
+        g_clear_pointer(&http.https_port, g_free);
+        if (address && *address) {
+                // An IPv6 literal goes into the URL in brackets.
+                http.host = strchr(address, ':') ? g_strdup_printf("[%s]", address) : g_strdup(address);
+                http.http_port = g_strdup(http_port);
+                http.https_port = g_strdup(https_port);
+        }
+        http.use_https = FALSE;
+
+        if (!http.handle) {
+                http.handle = curl_easy_init();
+                if (!http.handle) {
+                        log_error("%scurl init failed");
+                        return -1;
+                }
+                if (!http_configure_handle())
+                        return -1;
+        }
+        if (!http_setopt(CURLOPT_USERNAME, user) || !http_setopt(CURLOPT_PASSWORD, password) ||
+            !http_setopt(CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_ANY)))
+                return -1;
+        return 0;
+}
+
+void http_cleanup(void)
+{
+        g_clear_pointer(&http.handle, curl_easy_cleanup);
+}
+
+long http_request(const char *path, gchar **body)
+{
+        if (!http.handle)
+                return 0;
+        if (!http.host) {
+                if (http.warn_no_address) {
+                        log_warning("%shttp: No address");
+                        http.warn_no_address = FALSE;
+                }
+                return 0;
+        }
+        http.warn_no_address = TRUE;
+
+        const int64_t started_us = clock_now_us();
+        int retries = 0;
+        int redirects = 0;
+        long status = 0;
+        for (;;) {
+                http_forget_response();
+                if (!http_set_url(path) || !http_setopt(CURLOPT_TIMEOUT_MS, http_remaining_ms(started_us)))
+                        return 0;
+                const CURLcode result = curl_easy_perform(http.handle);
+                if (retries == 0 && result == CURLE_COULDNT_CONNECT) {
+                        http.use_https = !http.use_https;
+                        retries = 1;
+                        continue;
+                }
+                if (result != CURLE_OK) {
+                        if (result != CURLE_OPERATION_TIMEDOUT)
+                                log_warning("%scurl perform: %s", curl_easy_strerror(result));
+                        http.use_https = FALSE;
+                        http_forget_response();
+                        return 0;
+                }
+                curl_easy_getinfo(http.handle, CURLINFO_RESPONSE_CODE, &status);
+                if (status != 302)
+                        break;
+                if (redirects == http_max_redirects) {
+                        log_warning("%shttp: More than %d redirects for %s", http_max_redirects, path);
+                        break;
+                }
+                // The camera names the scheme it wants; the host and the path stay ours.
+                const char *location = nullptr;
+                curl_easy_getinfo(http.handle, CURLINFO_REDIRECT_URL, &location);
+                http.use_https = location && g_str_has_prefix(location, "https://");
+                retries++;
+                redirects++;
+        }
+
+        if (body && http.response_length > 0) {
+                *body = http.response;
+                http.response = nullptr;
+        }
+        http_forget_response();
+        return status;
+}

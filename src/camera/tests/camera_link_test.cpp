@@ -1,0 +1,336 @@
+// The connection manager, the control tick's tracking moves and the autotune, stepped by
+// hand on an injected clock against the simulated camera (inside the rig's sandbox) and
+// the simulated event producer on a private bus.
+#include "autotune.h"
+#include "camera.h"
+#include "camera_connection.h"
+#include "camera_position.h"
+#include "clock.h"
+#include "events.h"
+#include "log_capture.h"
+#include "persistent.h"
+#include "private_bus.h"
+#include "settings.h"
+#include "settings_load.h"
+#include "sim_camera_process.h"
+#include "sim_events_process.h"
+#include "tracking.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <deque>
+#include <memory>
+
+namespace {
+
+using Strings = std::vector<std::string>;
+
+constexpr const char *product = "ZPT-6100";
+
+class CameraLink : public ::testing::Test {
+protected:
+        static void SetUpTestSuite()
+        {
+                bus = new PrivateBus();
+                events = new SimEventsProcess(bus->address());
+                ASSERT_TRUE(persistent_setup());
+                settings_load();
+                ASSERT_TRUE(declare_state_event());
+        }
+        static void TearDownTestSuite()
+        {
+                undeclare_state_event();
+                settings_cleanup();
+                persistent_cleanup();
+                delete events;
+                delete bus;
+        }
+
+        void SetUp() override
+        {
+                clock_use_manual(1'000'000'000);
+                events->clear();
+        }
+        void TearDown() override
+        {
+                ptz_control_teardown();
+                clock_use_real();
+        }
+
+        // A camera on its own loopback address, and the service set up to connect to it.
+        void start(const std::vector<std::string> &options, const char *camera_name, const char *address = "127.0.0.1")
+        {
+                std::vector<std::string> all = {"--address", address};
+                all.insert(all.end(), options.begin(), options.end());
+                camera = std::make_unique<SimCameraProcess>(all);
+                persistent_set_camera_name(camera_name);
+                settings_set_camera_connection(address, "root", "pass");
+                ptz_control_setup();
+                events->clear();
+        }
+
+        // The paths the camera was sent since the last call, 401 challenges left out.
+        Strings sent()
+        {
+                Strings paths;
+                for (const SimCameraRequest &r : camera->requests(next_request, &next_request))
+                        if (r.status != 401)
+                                paths.push_back(r.path);
+                return paths;
+        }
+
+        void tick(int n = 1)
+        {
+                for (int i = 0; i < n; i++) {
+                        clock_advance_us(100'000);
+                        ptz_control_tick(nullptr);
+                }
+        }
+
+        // Ticks until the controller goes idle; how many.
+        size_t tick_while_active()
+        {
+                size_t n = 0;
+                while (controller_is_active() && n < 200) {
+                        tick();
+                        n++;
+                }
+                return n;
+        }
+
+        // Connected, with the camera's reports from here on made by the test.
+        void connect_tuned()
+        {
+                start({"--metadata", "no"}, product);
+                tick();
+                position_poll_tick(nullptr);
+                ASSERT_EQ(camera_connection_state(), CAMERA_CONNECTED);
+                sent();
+        }
+
+        static PrivateBus *bus;
+        static SimEventsProcess *events;
+        std::unique_ptr<SimCameraProcess> camera;
+        uint64_t next_request = 0;
+};
+
+PrivateBus *CameraLink::bus = nullptr;
+SimEventsProcess *CameraLink::events = nullptr;
+
+const std::string move_prefix = "zelk-cgi/com/ptz.cgi?continuouspantiltmove=";
+const std::string stop = move_prefix + "0.000000,0.000000&continuouszoommove=0.000000";
+const std::string home = "zelk-cgi/com/ptz.cgi?move=home";
+
+TEST_F(CameraLink, ConnectsProbesAndPublishesEveryStateChangeOnce)
+{
+        start({"--metadata", "no", "--min-field-angle", "30", "--max-field-angle", "600"}, "");
+        tick();
+        EXPECT_EQ(events->states(), Strings{"connecting"}) << "already disconnected: not published again";
+        EXPECT_TRUE(sent().empty()) << "the poll asks, not the tick";
+
+        position_poll_tick(nullptr);
+        EXPECT_EQ(sent(), (Strings{"zelk-cgi/com/ptz.cgi?query=position",
+                                   "zelk-cgi/param.cgi?action=list&group=Properties",
+                                   "zelk-cgi/param.cgi?action=list&group=Ptz.Limit.L1",
+                                   "zelk-cgi/param.cgi?action=list&group=Brand"}));
+        EXPECT_EQ(events->states(), (Strings{"connecting", "autotune"})) << "a model the gains are not tuned for";
+        EXPECT_EQ(camera_position_source(), POSITION_POLLING);
+        EXPECT_FLOAT_EQ(zoom_calibration_get().min_field_angle, 3.0f);
+        EXPECT_FLOAT_EQ(zoom_calibration_get().max_field_angle, 60.0f);
+        zoom_calibration_set_field_angles(2.2f, 62.9f);
+
+        // The same model as the gains were tuned for: straight to connected, no new probe.
+        ptz_control_teardown();
+        events->clear();
+        persistent_set_camera_name(product);
+        ptz_control_setup();
+        tick();
+        position_poll_tick(nullptr);
+        position_poll_tick(nullptr);
+        EXPECT_EQ(events->states(), (Strings{"connecting", "connected"}));
+        EXPECT_TRUE(camera_is_connected());
+        gchar *state = camera_get_connection_state();
+        EXPECT_STREQ(state, "connected");
+        g_free(state);
+
+        // An address of six characters is no camera: stop, disconnected, nothing more asked.
+        settings_set_camera_connection("1.2.3.", "root", "pass");
+        camera_request_reconnect();
+        sent();
+        tick();
+        position_poll_tick(nullptr);
+        EXPECT_EQ(sent(), Strings{stop});
+        EXPECT_EQ(events->states().back(), "disconnected");
+}
+
+TEST_F(CameraLink, WrongCredentialsFailTheConnectionOnceUntilTheSettingsChange)
+{
+        start({"--fault", "wrong_credentials"}, product);
+        tick();
+        for (int i = 0; i < 3; i++)
+                position_poll_tick(nullptr);
+        EXPECT_EQ(events->states(), (Strings{"connecting", "connect_failed"}));
+
+        camera->set_fault("wrong_credentials", false);
+        camera_request_reconnect();
+        tick();
+        position_poll_tick(nullptr);
+        EXPECT_EQ(events->states(), (Strings{"connecting", "connect_failed", "disconnected", "connecting", "connected"}));
+}
+
+TEST_F(CameraLink, PollMarksAChannelMovingWhenItsReadingChangedSinceThePreviousPoll)
+{
+        connect_tuned();
+        camera->teleport(10.5, -19.0, 500);
+        position_poll_tick(nullptr);
+        camera->teleport(10.5, -20.0, 500);
+        position_poll_tick(nullptr);
+        const CameraPosition p = camera_position_get();
+        EXPECT_FLOAT_EQ(p.tilt, -20.0f);
+        EXPECT_EQ(p.pan_moving, 0);
+        EXPECT_EQ(p.tilt_moving, 1);
+        EXPECT_EQ(p.zoom_moving, 0);
+        EXPECT_EQ(p.moving, 1);
+}
+
+TEST_F(CameraLink, FollowsTheGroupWithAMoveEachTickThenOneStopAndGoesHomeOnceAfterTheTimeOut)
+{
+        connect_tuned();
+        tracking_set_enabled(TRUE);
+        settings_set_return_to_home_enabled(TRUE);
+        settings_set_return_to_home_timeout(2);
+        settings_set_zoom_degree(0.0); // the set point's zoom is then 1, where the camera is
+        camera_position_update(1, 0, 0, 0, 0.0f, -10.0f);
+
+        tracker_update_target(1, 7, 20.0f, -10.0f, 4.0f);
+        tick(5);
+        const Strings moves = sent();
+        ASSERT_EQ(moves.size(), 5u);
+        for (const std::string &m : moves)
+                EXPECT_TRUE(m.rfind(move_prefix, 0) == 0 && m != stop) << m;
+
+        // The target has gone and the camera is on the set point: a move each tick while the
+        // controller is active, the last of them the one stop, then nothing.
+        tracker_remove_target(1, 7);
+        camera_position_update(1, 0, 0, 0, 20.0f, -10.0f);
+        const size_t active_ticks = tick_while_active();
+        EXPECT_GT(active_ticks, 15u) << "settled for more than 1.5 s";
+        Strings after = sent();
+        EXPECT_EQ(after.size(), active_ticks);
+        EXPECT_EQ(after.back(), stop);
+
+        // Home on the first tick 2 s after it went idle, and only once.
+        tick(19);
+        EXPECT_TRUE(sent().empty());
+        tick();
+        EXPECT_EQ(sent(), Strings{home});
+        tick(30);
+        EXPECT_TRUE(sent().empty());
+
+        // Someone moved the camera after it settled: it stays where they put it.
+        tracker_update_target(1, 8, 40.0f, -10.0f, 4.0f);
+        tick(3);
+        tracker_remove_target(1, 8);
+        camera_position_update(1, 0, 0, 0, 40.0f, -10.0f);
+        tick_while_active();
+        tick(10);
+        camera_position_update(1, 0, 0, 0, 42.5f, -10.0f);
+        tick(40);
+        after = sent();
+        EXPECT_EQ(std::count(after.begin(), after.end(), home), 0);
+
+        // Switching tracking off stops the camera once and sends nothing more.
+        tracker_update_target(1, 9, 80.0f, -10.0f, 4.0f);
+        tick(2);
+        tracking_set_enabled(FALSE);
+        sent();
+        tick(5);
+        EXPECT_EQ(sent(), Strings{stop});
+        tracker_remove_target(1, 9);
+}
+
+// An axis as the autotune sees it: turns 1.2 degrees per second per speed unit, at most
+// 100 units, and acts on each command two ticks late.
+struct Axis {
+        float position;
+        std::deque<float> pending = {0.0f, 0.0f};
+
+        float step(float command)
+        {
+                pending.push_back(command);
+                position += std::clamp(pending.front(), -100.0f, 100.0f) * 1.2f * 0.05f;
+                pending.pop_front();
+                return position;
+        }
+};
+
+TEST_F(CameraLink, AutotuneChecksTheZoomScaleTunesBothAxesAndStoresGainsAndModel)
+{
+        start({"--metadata", "no"}, "");
+        tick();
+        position_poll_tick(nullptr);
+        ASSERT_EQ(camera_connection_state(), CAMERA_AUTOTUNE);
+        EXPECT_FALSE(ptz_control_tick(nullptr)) << "the autotune takes over";
+        sent();
+
+        autotune_tick(nullptr);
+        EXPECT_EQ(sent(), Strings{"zelk-cgi/com/ptz.cgi?pan=0.000000&tilt=-45.000000&zoom=100.000000"});
+        camera_position_update(50, 0, 0, 0, 0.2f, -45.4f); // a camera reporting zoom at half scale
+        autotune_tick(nullptr);
+        EXPECT_EQ(zoom_calibration_get().zoom_correction, 2.0f);
+        EXPECT_EQ(persistent_get_zoom_correction(), 2.0);
+        camera_position_update(10, 0, 0, 0, 0.0f, -45.0f);
+
+        Axis pan{0.0f}, tilt{-45.0f};
+        float pan_command = 0.0f, tilt_command = 0.0f;
+        int ticks = 0;
+        while (autotune_tick(nullptr) && ticks++ < 2000) {
+                clock_advance_us(50'000);
+                for (const SimCameraRequest &r : camera->requests(next_request, &next_request))
+                        sscanf(r.path.c_str(), "zelk-cgi/com/ptz.cgi?continuouspantiltmove=%f,%f", &pan_command,
+                               &tilt_command);
+                camera_position_update(10, -1, -1, -1, pan.step(pan_command), tilt.step(tilt_command));
+        }
+        ASSERT_LT(ticks, 2000);
+        EXPECT_EQ(events->states().back(), "connected");
+        gchar *name = nullptr;
+        EXPECT_TRUE(persistent_get_camera_name(&name));
+        EXPECT_STREQ(name, product);
+        g_free(name);
+        double kp = 0, ki = 0, kd = 0;
+        persistent_get_pan_pid(&kp, &ki, &kd);
+        EXPECT_NE(kp, 1.0) << "tuned gains replace the defaults";
+        EXPECT_GT(ki, 0.0);
+        const Strings last = sent();
+        ASSERT_FALSE(last.empty());
+        EXPECT_EQ(last.back(), "zelk-cgi/com/ptz.cgi?pan=0.000000&tilt=-3.600000&zoom=1.000000");
+        zoom_calibration_set_correction(1.0f);
+}
+
+TEST_F(CameraLink, AutotuneGivesUpAfterThreeFailedAttemptsKeepingTheOldGainsAndName)
+{
+        persistent_set_pan_pid(0.5, 0.25, 0.0);
+        start({"--metadata", "no"}, "old-model");
+        tick();
+        position_poll_tick(nullptr);
+        ASSERT_FALSE(ptz_control_tick(nullptr));
+        LogCapture log;
+        camera_position_update(70, 0, 0, 0, 0.0f, -45.0f); // at the test position, zoom in neither band
+        int ticks = 0;
+        while (autotune_tick(nullptr) && ticks++ < 1000) {
+        }
+        EXPECT_EQ(ticks, 3 * 103) << "three attempts of a move, 101 waits and a failure";
+        EXPECT_EQ(log.matching("ERROR: Failed to go to autotune zoom check position").size(), 3u);
+        EXPECT_EQ(events->states().back(), "connected");
+        double kp = 0, ki = 0, kd = 0;
+        persistent_get_pan_pid(&kp, &ki, &kd);
+        EXPECT_EQ(kp, 0.5);
+        gchar *name = nullptr;
+        persistent_get_camera_name(&name);
+        EXPECT_STREQ(name, "old-model");
+        g_free(name);
+        EXPECT_EQ(sent().back(), "zelk-cgi/com/ptz.cgi?pan=0.000000&tilt=-3.600000&zoom=1.000000");
+}
+
+} // namespace

@@ -1,0 +1,132 @@
+// The HTTP client against the simulated camera, inside the rig's sandbox (ports 80 and
+// 443 of loopback, an eth0 for link-local addresses).
+#include "http_client.h"
+#include "log_capture.h"
+#include "sim_camera_process.h"
+
+#include <glib.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+
+namespace {
+
+constexpr const char *position = "zelk-cgi/com/ptz.cgi?query=position";
+constexpr const char *stop = "zelk-cgi/com/ptz.cgi?continuouspantiltmove=0.000000,0.000000&continuouszoommove=0.000000";
+
+// The requests as "scheme status", without the 401s of libcurl's first look at the
+// authentication a fresh connection needs.
+std::vector<std::string> schemes_of(SimCameraProcess &camera)
+{
+        std::vector<std::string> schemes;
+        for (const SimCameraRequest &r : camera.requests())
+                if (r.status != 401)
+                        schemes.push_back(r.scheme + " " + std::to_string(r.status));
+        return schemes;
+}
+
+void connect_to(const char *address)
+{
+        http_cleanup(); // a fresh handle: a fresh connection
+        ASSERT_EQ(http_setup(address, "80", "443", "root", "pass"), 0);
+}
+
+TEST(HttpClient, KeepsOneConnectionForEveryRequestWithEitherAuthSchemeAndHandsOverOnlyNonEmptyBodies)
+{
+        EXPECT_EQ(http_request(position, nullptr), 0) << "no handle yet";
+        for (const char *auth : {"basic", "digest"}) {
+                SimCameraProcess camera({"--auth", auth});
+                connect_to("127.0.0.1");
+                for (int i = 0; i < 300; i++) {
+                        gchar *body = nullptr;
+                        ASSERT_EQ(http_request(position, &body), 200) << auth;
+                        ASSERT_TRUE(body && g_str_has_prefix(body, "pan=")) << (body ? body : "(none)");
+                        g_free(body);
+                }
+                gchar *untouched = nullptr;
+                EXPECT_EQ(http_request(stop, &untouched) / 100, 2);
+                EXPECT_EQ(untouched, nullptr);
+                const SimCameraStatus status = camera.status();
+                EXPECT_EQ(status.http_connections, 1u) << auth;
+                EXPECT_EQ(status.https_connections, 0u);
+        }
+}
+
+TEST(HttpClient, SwitchesToHttpsOnRefusalOrRedirectAndStaysThereAndBoundsRedirectLoops)
+{
+        LogCapture log;
+        {
+                SimCameraProcess camera({"--fault", "https_only"});
+                connect_to("127.0.0.1");
+                for (int i = 0; i < 3; i++)
+                        EXPECT_EQ(http_request(position, nullptr), 200);
+                EXPECT_EQ(schemes_of(camera), (std::vector<std::string>{"https 200", "https 200", "https 200"}));
+                EXPECT_EQ(camera.status().https_connections, 1u);
+        }
+        {
+                SimCameraProcess camera({"--fault", "redirect_https"});
+                connect_to("127.0.0.1");
+                EXPECT_EQ(http_request(position, nullptr), 200);
+                EXPECT_EQ(http_request(position, nullptr), 200);
+                EXPECT_EQ(schemes_of(camera), (std::vector<std::string>{"http 302", "https 200", "https 200"}));
+        }
+        EXPECT_TRUE(log.lines().empty());
+        {
+                SimCameraProcess camera({"--fault", "redirect_loop"});
+                connect_to("127.0.0.1");
+                EXPECT_EQ(http_request(position, nullptr), 302);
+                EXPECT_EQ(schemes_of(camera).size(), 1u + http_max_redirects);
+                EXPECT_EQ(log.matching("WARNING: http: More than 2 redirects").size(), 1u);
+        }
+        {
+                // Wrong credentials: the status, no retry beyond libcurl's own challenge, no log.
+                log.clear();
+                SimCameraProcess camera({"--fault", "wrong_credentials"});
+                connect_to("127.0.0.1");
+                EXPECT_EQ(http_request(position, nullptr), 401);
+                EXPECT_LE(camera.requests().size(), 2u);
+                EXPECT_TRUE(log.lines().empty());
+        }
+}
+
+TEST(HttpClient, GivesUpOnASilentCameraWithinItsBudgetWithoutALogLine)
+{
+        LogCapture log;
+        SimCameraProcess camera({"--fault", "no_answer"});
+        connect_to("127.0.0.1");
+        const auto started = std::chrono::steady_clock::now();
+        EXPECT_EQ(http_request(position, nullptr), 0);
+        const auto held_ms =
+                std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started);
+        EXPECT_LE(held_ms.count(), http_request_budget_ms + 500);
+        EXPECT_TRUE(log.lines().empty());
+        // The camera answers again: the next request goes through.
+        camera.set_fault("no_answer", false);
+        EXPECT_EQ(http_request(position, nullptr), 200);
+}
+
+TEST(HttpClient, WarnsOnceWithoutAnAddressAndReachesIpv6AndLinkLocalCameras)
+{
+        LogCapture log;
+        connect_to("");
+        for (int i = 0; i < 3; i++)
+                EXPECT_EQ(http_request(position, nullptr), 0);
+        EXPECT_EQ(log.lines(), std::vector<std::string>{"WARNING: http: No address"});
+
+        // fe80::1 only means something on an interface: the client scopes it to eth0.
+        ASSERT_EQ(std::system("ip -6 addr add fe80::1/64 dev eth0 nodad"), 0);
+        SimCameraProcess loopback({"--address", "::1"});
+        SimCameraProcess link_local({"--address", "fe80::1", "--interface", "eth0"});
+        for (const char *address : {"::1", "fe80::1"}) {
+                connect_to(address);
+                EXPECT_EQ(http_request(position, nullptr), 200) << address;
+        }
+        EXPECT_EQ(schemes_of(loopback), std::vector<std::string>{"http 200"});
+        EXPECT_EQ(schemes_of(link_local), std::vector<std::string>{"http 200"});
+        connect_to("");
+        EXPECT_EQ(http_request(position, nullptr), 0);
+        EXPECT_EQ(log.matching("No address").size(), 2u) << "warned again after a request with an address";
+}
+
+} // namespace

@@ -1,0 +1,102 @@
+#include "camera_position.h"
+#include "metadata_feed.h"
+
+#include <glib.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+const std::string status_payload =
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?><tt:MetadataStream xmlns:tt=\"http://www.onvif.org/ver10/schema\">"
+        "<tt:PTZ><tt:PTZStatus><tt:UtcTime>2026-11-22T10:00:00Z</tt:UtcTime><tt:Position>"
+        "<tt:PanTilt x=\"0.5\" y=\"-0.25\" space=\"http://www.onvif.org/ver10/tptz/PanTiltSpaces/PositionGenericSpace\"/>"
+        "<tt:Zoom x=\"0.0123\" space=\"http://www.onvif.org/ver10/tptz/ZoomSpaces/PositionGenericSpace\"/>"
+        "</tt:Position><tt:MoveStatus><tt:PanTilt>MOVING</tt:PanTilt><tt:Zoom>IDLE</tt:Zoom></tt:MoveStatus>"
+        "</tt:PTZStatus></tt:PTZ></tt:MetadataStream>";
+
+// Parses from a heap block of exactly the payload's size, so a read past its end is caught.
+CameraPosition parse(const std::string &payload)
+{
+        std::vector<uint8_t> exact(payload.begin(), payload.end());
+        parse_ptz_metadata(exact.data(), static_cast<uint32_t>(exact.size()), nullptr);
+        return camera_position_get();
+}
+
+void reset_position()
+{
+        camera_position_update(777, 1, 1, 1, 11.0f, -11.0f);
+}
+
+TEST(MetadataPayload, ReadsPositionAndMoveStatusOfAnOnvifPtzStatus)
+{
+        reset_position();
+        CameraPosition p = parse(status_payload);
+        EXPECT_FLOAT_EQ(p.pan, 90.0f);
+        EXPECT_FLOAT_EQ(p.tilt, -45.0f);
+        EXPECT_EQ(p.zoom_position, 123);
+        EXPECT_EQ(p.pan_moving, 1);
+        EXPECT_EQ(p.tilt_moving, 1);
+        EXPECT_EQ(p.zoom_moving, 0);
+
+        reset_position();
+        p = parse("<tt:MoveStatus><tt:PanTilt>IDLE</tt:PanTilt><tt:Zoom>IDLE</tt:Zoom></tt:MoveStatus>");
+        EXPECT_EQ(p.pan, 11.0f) << "no position in it";
+        EXPECT_EQ(p.moving, 0);
+
+        reset_position();
+        p = parse("<tt:Position><tt:Zoom x=\"1\"/></tt:Position>");
+        EXPECT_EQ(p.zoom_position, 10000);
+        p = parse("<tt:Position><tt:Zoom x=\"0\"/><tt:PanTilt x=\"0.1\"/></tt:Position>");
+        EXPECT_EQ(p.zoom_position, 10000) << "zoom 0 and a lone x are not reports";
+        EXPECT_EQ(p.pan, 11.0f);
+        p = parse("<tt:Position><tt:PanTilt x=\"nan\" y=\"inf\"/><tt:Zoom x=\"1e30\"/></tt:Position>");
+        EXPECT_EQ(p.pan, 11.0f);
+        EXPECT_EQ(p.zoom_position, 10000);
+
+        // Elements in another order: the move status before the position is not read.
+        reset_position();
+        p = parse("<tt:MoveStatus><tt:PanTilt>IDLE</tt:PanTilt></tt:MoveStatus><tt:Position>"
+                  "<tt:PanTilt x=\"-1\" y=\"0\"/></tt:Position><tt:Zoom>IDLE</tt:Zoom>");
+        EXPECT_FLOAT_EQ(p.pan, -180.0f);
+        EXPECT_EQ(p.pan_moving, 1);
+        EXPECT_EQ(p.zoom_moving, 1);
+        p = parse("<tt:MoveStatus><tt:PanTilt>STOPPED</tt:PanTilt><tt:Zoom>IDLE</tt:Zoom></tt:MoveStatus>");
+        EXPECT_EQ(p.pan_moving, 1) << "an unknown status is not a report";
+        EXPECT_EQ(p.zoom_moving, 0);
+}
+
+TEST(MetadataPayload, CutAnywhereReadsNothingPastItsEndAndOnlyWholeValues)
+{
+        for (size_t n = 0; n <= status_payload.size(); n++) {
+                reset_position();
+                const CameraPosition p = parse(status_payload.substr(0, n));
+                EXPECT_TRUE(p.pan == 11.0f || p.pan == 90.0f) << n << ": " << p.pan;
+                EXPECT_TRUE(std::isfinite(p.tilt));
+        }
+        parse_ptz_metadata(nullptr, 0, nullptr);
+}
+
+TEST(MetadataUrl, BracketsIpv6AndScopesLinkLocalToEth0)
+{
+        const char *path = "zelk-media/media.amp?video=0&audio=0&ptz=all";
+        const std::pair<const char *, const char *> cases[] = {
+                {"192.168.0.90", "rtsp://192.168.0.90:554/zelk-media/media.amp?video=0&audio=0&ptz=all"},
+                {"fd00::5", "rtsp://[fd00::5]:554/zelk-media/media.amp?video=0&audio=0&ptz=all"},
+                {"fe80::5", "rtsp://[fe80::5%eth0]:554/zelk-media/media.amp?video=0&audio=0&ptz=all"},
+        };
+        for (const auto &[address, url] : cases) {
+                gchar *made = metadata_rtsp_url(address, "554", path);
+                EXPECT_STREQ(made, url);
+                g_free(made);
+        }
+        gchar *made = metadata_rtsp_url("10.0.0.1", nullptr, "p");
+        EXPECT_STREQ(made, "rtsp://10.0.0.1:/p");
+        g_free(made);
+}
+
+} // namespace
