@@ -1,5 +1,6 @@
 // trelvo: steers a PTZ camera so that it keeps the radar's followed objects in view.
 #include "camera.h"
+#include "events.h"
 #include "exclude_areas.h"
 #include "persistent.h"
 #include "radar_metadata.h"
@@ -14,6 +15,7 @@ constexpr ServiceStep setup_steps[] = {
         {"radar_metadata_setup", service_step<radar_metadata_setup>, "%sFailed to setup radar metadata"},
         {"persistent_setup", service_step<persistent_setup>, "%sFailed to setup persistent"},
         {"settings_load", service_step<settings_load>, nullptr},
+        {"declare_state_event", service_step<declare_state_event>, "%sFailed to setup events"},
         {"exclude_areas_init", service_step<exclude_areas_init>, nullptr},
         {"radar_zones_init", service_step<radar_zones_init>, "%sFailed to init radar zones"},
         {"ptz_control_setup", service_step<ptz_control_setup>, "%sFailed to setup ptz control"},
@@ -25,6 +27,7 @@ constexpr ServiceTeardown teardown_steps[] = {
         {"ptz_control_teardown", ptz_control_teardown},
         {"exclude_areas_cleanup", exclude_areas_cleanup},
         {"radar_zones_cleanup", radar_zones_cleanup},
+        {"undeclare_state_event", undeclare_state_event},
         {"persistent_cleanup", persistent_cleanup},
         {"settings_cleanup", settings_cleanup},
 };

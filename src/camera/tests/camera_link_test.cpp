@@ -8,6 +8,7 @@
 #include "clock.h"
 #include "events.h"
 #include "log_capture.h"
+#include "metadata_feed.h"
 #include "persistent.h"
 #include "private_bus.h"
 #include "settings.h"
@@ -16,10 +17,13 @@
 #include "sim_events_process.h"
 #include "tracking.h"
 
+#include <gst/gst.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <deque>
+#include <functional>
 #include <memory>
 
 namespace {
@@ -331,6 +335,49 @@ TEST_F(CameraLink, AutotuneGivesUpAfterThreeFailedAttemptsKeepingTheOldGainsAndN
         EXPECT_STREQ(name, "old-model");
         g_free(name);
         EXPECT_EQ(sent().back(), "zelk-cgi/com/ptz.cgi?pan=0.000000&tilt=-3.600000&zoom=1.000000");
+}
+
+} // namespace
+
+namespace {
+
+// Runs the main loop (its timers and GStreamer's bus watch) until condition holds.
+bool run_until(const std::function<bool()> &condition, double seconds = 15.0)
+{
+        const int64_t deadline = g_get_monotonic_time() + static_cast<int64_t>(seconds * 1e6);
+        while (!condition() && g_get_monotonic_time() < deadline)
+                if (!g_main_context_iteration(nullptr, FALSE))
+                        g_usleep(1000);
+        return condition();
+}
+
+TEST_F(CameraLink, StreamFeedsPositionsUntilItDropsThenPollingReprobesAndStartsANewOne)
+{
+        clock_use_real(); // the stream and its fall-back run on the loop's real timers
+        start({}, product);
+        tick();
+        EXPECT_FALSE(position_poll_tick(nullptr)) << "firmware 9.80 with metadata: the stream replaces the poll";
+        EXPECT_EQ(camera_position_source(), POSITION_STREAM);
+        GstElement *first = metadata_pipeline_current();
+        ASSERT_NE(first, nullptr);
+        g_object_add_weak_pointer(G_OBJECT(first), reinterpret_cast<gpointer *>(&first));
+
+        camera->teleport(30.0, -12.0, 2500);
+        EXPECT_TRUE(run_until([] {
+                const CameraPosition p = camera_position_get();
+                return std::fabs(p.pan - 30.0f) < 0.01f && p.zoom_position == 2500;
+        })) << "positions over the stream";
+        const uint64_t polls = camera->requests().size();
+
+        camera->set_fault("stream_drop", true);
+        EXPECT_TRUE(run_until([&] { return events->states().back() == "disconnected"; }));
+        camera->set_fault("stream_drop", false);
+        EXPECT_TRUE(run_until([&] { return events->states().back() == "connected"; }));
+        EXPECT_EQ(events->states(), (Strings{"connecting", "connected", "disconnected", "connected"}));
+        EXPECT_GT(camera->requests().size(), polls) << "polled while the stream was down";
+        EXPECT_EQ(first, nullptr) << "the new stream released the old pipeline";
+        camera->teleport(-40.0, -5.0, 100);
+        EXPECT_TRUE(run_until([] { return std::fabs(camera_position_get().pan + 40.0f) < 0.01f; }));
 }
 
 } // namespace

@@ -1,12 +1,16 @@
 #include "camera_position.h"
 #include "metadata_feed.h"
+#include "ptz_tracking.h"
+#include "tracking.h"
 
 #include <glib.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -97,6 +101,44 @@ TEST(MetadataUrl, BracketsIpv6AndScopesLinkLocalToEth0)
         gchar *made = metadata_rtsp_url("10.0.0.1", nullptr, "p");
         EXPECT_STREQ(made, "rtsp://10.0.0.1:/p");
         g_free(made);
+}
+
+} // namespace
+
+namespace {
+
+// The stream's thread applies reports while the main loop's tick reads them: every copy
+// the tick takes is one whole report (here: tilt is always half the pan).
+TEST(MetadataThreads, StreamWritesWhileTheControlTickReads)
+{
+        tracking_core_attach(ptz_controller_create(), target_tracker_create());
+        std::atomic<bool> done{false};
+        std::thread stream([&] {
+                for (int i = 0; i < 20000; i++) {
+                        const double x = (i % 200) / 200.0;
+                        gchar *payload = g_strdup_printf("<tt:Position><tt:PanTilt x=\"%.4f\" y=\"%.5f\"/>"
+                                                         "<tt:Zoom x=\"%.4f\"/></tt:Position>",
+                                                         x, x / 2.0, x);
+                        parse_ptz_metadata(reinterpret_cast<const uint8_t *>(payload),
+                                           static_cast<uint32_t>(strlen(payload)), nullptr);
+                        g_free(payload);
+                }
+                done = true;
+        });
+        size_t torn = 0;
+        while (!done) {
+                camera_tracking_tick();
+                zoom_calibration_set_field_angles(2.2f, 62.9f);
+                const CameraPosition p = camera_position_get();
+                torn += std::fabs(p.tilt - p.pan / 2.0f) > 0.01f;
+        }
+        stream.join();
+        EXPECT_EQ(torn, 0u);
+        PtzController *controller = get_ptz_controller();
+        TargetTracker *tracker = get_target_tracker();
+        tracking_core_attach(nullptr, nullptr);
+        target_tracker_destroy(tracker);
+        ptz_controller_destroy(controller);
 }
 
 } // namespace
