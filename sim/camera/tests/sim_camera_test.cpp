@@ -299,6 +299,7 @@ TEST(SimCamera, ParameterListsCarryTheConfiguredValues)
         std::string body;
         EXPECT_EQ(camera.control("POST", "/set?product_number=a%20b", &body), 400); // a bad value changes nothing
         EXPECT_EQ(camera.control("POST", "/set?firmware=1.0&min_field_angle=700", &body), 400);
+        EXPECT_EQ(camera.control("POST", "/set?firmware=", &body), 400);
         EXPECT_EQ(camera.status().firmware, "9.80.1.0");
         EXPECT_EQ(camera.stop(), 0);
 }
@@ -491,7 +492,7 @@ TEST(SimCamera, MetadataStreamFollowsTheCameraAndDropsOnFault)
         at = stream.wait_for_payload("<tt:PanTilt>MOVING</tt:PanTilt>", static_cast<size_t>(at));
         ASSERT_GE(at, 0);
         EXPECT_GE(stream.wait_for_payload("<tt:PanTilt x=\"0.500000\" y=\"-0.250000\"", static_cast<size_t>(at)), 0);
-        EXPECT_GT(camera.status().rtsp_packets, 10U);
+        EXPECT_GT(camera.status().rtsp_packets, 5U);
 
         ASSERT_TRUE(camera.set_fault("stream_drop", true));
         EXPECT_TRUE(stream.wait_for_failure()) << stream.last_error();
