@@ -1,4 +1,5 @@
 // trelvo: steers a PTZ camera so that it keeps the radar's followed objects in view.
+#include "cgi.h"
 #include "exclude_areas.h"
 #include "persistent.h"
 #include "radar_metadata.h"
@@ -15,11 +16,13 @@ constexpr ServiceStep setup_steps[] = {
         {"settings_load", service_step<settings_load>, nullptr},
         {"exclude_areas_init", service_step<exclude_areas_init>, nullptr},
         {"radar_zones_init", service_step<radar_zones_init>, "%sFailed to init radar zones"},
+        {"cgi_setup", service_step<cgi_setup>, "%sFailed to init cgi"},
 };
 
 // Runs in full after a quit signal and after a failed start-up alike.
 constexpr ServiceTeardown teardown_steps[] = {
         {"radar_metadata_cleanup", radar_metadata_cleanup},
+        {"cgi_cleanup", cgi_cleanup},
         {"exclude_areas_cleanup", exclude_areas_cleanup},
         {"radar_zones_cleanup", radar_zones_cleanup},
         {"persistent_cleanup", persistent_cleanup},

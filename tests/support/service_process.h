@@ -3,6 +3,7 @@
 #pragma once
 
 #include "child_process.h"
+#include "http_client.h"
 
 #include <memory>
 #include <string>
@@ -25,6 +26,7 @@ struct ServiceOptions {
         std::string zones_scenario; // scenario whose zones sim-zones serves; "" = no zones
         bool conf_read_only = false; // the config directory mounted read-only
         bool keep_net = false;       // share this process's network namespace (eth0, the simulated camera)
+        bool cgi_socket = true;      // hand over a CGI socket as systemd does; false: none at all
 };
 
 class ServiceProcess {
@@ -47,9 +49,16 @@ public:
         // Lines that mention text, in order.
         std::vector<std::string> matching(const std::string &text) const { return process_->matching(text); }
 
+        // The Unix socket the service serves its CGI on (in a fresh temporary directory).
+        const std::string &cgi_socket_path() const { return cgi_socket_path_; }
+        // POSTs a JSON text to the CGI and returns the answer, parsed.
+        HttpAnswer cgi(const std::string &body) const { return cgi_post(cgi_socket_path_, body); }
+
 private:
         // Declared first, destroyed last: the bus and sim-zones outlive the service.
         std::unique_ptr<PrivateBus> bus_;
         std::unique_ptr<SimZonesProcess> zones_;
         std::unique_ptr<ChildProcess> process_;
+        std::string cgi_dir_;
+        std::string cgi_socket_path_;
 };
