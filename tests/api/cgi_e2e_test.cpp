@@ -29,7 +29,7 @@ std::string outcome(const HttpAnswer &answer)
 {
         for (const char *member : {"data", "error"})
                 if (const json_t *value = json_object_get(answer.json.get(), member))
-                        return member + (":" + dump(value));
+                        return std::string(member).append(":").append(dump(value));
         return std::to_string(answer.status) + " " + answer.body + answer.curl_error;
 }
 

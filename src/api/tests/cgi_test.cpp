@@ -88,7 +88,7 @@ std::string call(const std::string &method, const char *params)
         const HttpAnswer answer = serve(body + "}");
         for (const char *member : {"data", "error"})
                 if (const json_t *value = json_object_get(answer.json.get(), member))
-                        return member + (":" + dump(value));
+                        return std::string(member).append(":").append(dump(value));
         return "no envelope: " + std::to_string(answer.status) + " " + answer.body + answer.curl_error;
 }
 
