@@ -36,7 +36,7 @@ static int rcgi_version_major(const char *text)
                 return -1;
         if (*p == '.') {
                 const char *minor = ++p;
-                while (isdigit((unsigned char)*p) && p - minor < RCGI_MAX_VERSION_DIGITS)
+                while (isdigit((unsigned char)*p))
                         p++;
                 if (p == minor)
                         return -1;

@@ -223,6 +223,7 @@ TEST_F(Rcgi, LibraryFailuresFollowTheirPrecedence)
                 {R"({"apiVersion": "3.1", "method": "echo"})", 905}, {R"({"apiVersion": "1.x", "method": "echo"})", 905},
                 {R"({"apiVersion": "1.", "method": "echo"})", 905}, {R"({"apiVersion": " 1.1", "method": "echo"})", 905},
                 {R"({"apiVersion": "11.1", "method": "echo"})", 905},
+                {R"({"apiVersion": "4294967297.1", "method": "echo"})", 905}, // not 1 modulo 2^32
                 // -4 before -3: unknown in the requested version, or not enabled
                 {R"({"apiVersion": "1.1", "method": "nope", "params": 5})", 904},
                 {R"({"apiVersion": "1.1", "method": "disabled", "params": {}})", 904},

@@ -165,6 +165,10 @@ protected:
                 settings_cleanup();
                 persistent_cleanup();
                 delete radar_;
+                g_unlink((socket_path + ".radar").c_str());
+                g_unlink(socket_path.c_str());
+                g_autofree gchar *dir = g_path_get_dirname(socket_path.c_str());
+                g_rmdir(dir);
         }
         static InProcessProvider *radar_;
 };
