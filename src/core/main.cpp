@@ -1,5 +1,6 @@
 // trelvo: steers a PTZ camera so that it keeps the radar's followed objects in view.
 #include "camera.h"
+#include "cgi.h"
 #include "events.h"
 #include "exclude_areas.h"
 #include "persistent.h"
@@ -18,6 +19,7 @@ constexpr ServiceStep setup_steps[] = {
         {"declare_state_event", service_step<declare_state_event>, "%sFailed to setup events"},
         {"exclude_areas_init", service_step<exclude_areas_init>, nullptr},
         {"radar_zones_init", service_step<radar_zones_init>, "%sFailed to init radar zones"},
+        {"cgi_setup", service_step<cgi_setup>, "%sFailed to init cgi"},
         {"ptz_control_setup", service_step<ptz_control_setup>, "%sFailed to setup ptz control"},
 };
 
@@ -25,6 +27,7 @@ constexpr ServiceStep setup_steps[] = {
 constexpr ServiceTeardown teardown_steps[] = {
         {"radar_metadata_cleanup", radar_metadata_cleanup},
         {"ptz_control_teardown", ptz_control_teardown},
+        {"cgi_cleanup", cgi_cleanup},
         {"exclude_areas_cleanup", exclude_areas_cleanup},
         {"radar_zones_cleanup", radar_zones_cleanup},
         {"undeclare_state_event", undeclare_state_event},

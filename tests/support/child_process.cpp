@@ -38,19 +38,41 @@ std::vector<std::string> child_environment(const std::vector<std::string> &extra
         return env;
 }
 
+constexpr int systemd_first_fd = 3;
+constexpr char listen_pid_name[] = "LISTEN_PID=";
+
+// Writes "LISTEN_PID=<pid>" into entry; async-signal-safe, for the forked child.
+void child_format_listen_pid(char *entry, pid_t pid)
+{
+        char digits[16];
+        int n = 0;
+        do
+                digits[n++] = static_cast<char>('0' + pid % 10);
+        while ((pid /= 10) > 0);
+        char *p = entry + sizeof(listen_pid_name) - 1;
+        while (n > 0)
+                *p++ = digits[--n];
+        *p = '\0';
+}
+
 } // namespace
 
-ChildProcess::ChildProcess(const std::vector<std::string> &argv, const std::vector<std::string> &env)
+ChildProcess::ChildProcess(const std::vector<std::string> &argv, const std::vector<std::string> &env, int listen_fd)
     : name_(argv.empty() ? "" : argv[0])
 {
-        std::vector<std::string> environment = child_environment(env);
+        std::vector<std::string> extra = env;
+        if (listen_fd >= 0)
+                extra.insert(extra.end(), {"LISTEN_FDS=1", listen_pid_name});
+        std::vector<std::string> environment = child_environment(extra);
+        char listen_pid[sizeof(listen_pid_name) + 16];
         std::vector<char *> c_argv, c_env;
         for (const std::string &a : argv)
                 c_argv.push_back(const_cast<char *>(a.c_str()));
         c_argv.push_back(nullptr);
         for (const std::string &e : environment)
-                c_env.push_back(const_cast<char *>(e.c_str()));
+                c_env.push_back(e == listen_pid_name ? listen_pid : const_cast<char *>(e.c_str()));
         c_env.push_back(nullptr);
+        memcpy(listen_pid, listen_pid_name, sizeof(listen_pid_name));
 
         int fds[2];
         if (argv.empty() || pipe2(fds, O_CLOEXEC) != 0) {
@@ -66,6 +88,13 @@ ChildProcess::ChildProcess(const std::vector<std::string> &argv, const std::vect
                         _exit(127);
                 dup2(fds[1], STDOUT_FILENO);
                 dup2(fds[1], STDERR_FILENO);
+                if (listen_fd >= 0) {
+                        if (listen_fd == systemd_first_fd)
+                                fcntl(listen_fd, F_SETFD, 0);
+                        else
+                                dup2(listen_fd, systemd_first_fd);
+                        child_format_listen_pid(listen_pid, getpid());
+                }
                 setpgid(0, 0);
                 execvpe(c_argv[0], c_argv.data(), c_env.data());
                 const char message[] = "exec failed\n";

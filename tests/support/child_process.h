@@ -19,7 +19,11 @@ constexpr double child_default_wait_s = 30.0;
 class ChildProcess {
 public:
         // argv[0] is a path or a program on PATH; env holds extra NAME=value entries.
-        explicit ChildProcess(const std::vector<std::string> &argv, const std::vector<std::string> &env = {});
+        // listen_fd >= 0 hands that listening socket over the way systemd does: as
+        // descriptor 3, with LISTEN_FDS=1 and LISTEN_PID the child's pid (which the
+        // programs it execs keep).
+        explicit ChildProcess(const std::vector<std::string> &argv, const std::vector<std::string> &env = {},
+                              int listen_fd = -1);
         ~ChildProcess();
         ChildProcess(const ChildProcess &) = delete;
         ChildProcess &operator=(const ChildProcess &) = delete;

@@ -4,6 +4,34 @@
 #include "sim_events_process.h"
 #include "sim_zones_process.h"
 
+#include <glib.h>
+#include <glib/gstdio.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace {
+
+// A listening Unix socket at path, as systemd would create it; -1 (and a failure) when
+// it cannot be made.
+int service_listen(const std::string &path)
+{
+        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        struct sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        g_strlcpy(address.sun_path, path.c_str(), sizeof(address.sun_path));
+        if (fd < 0 || bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) != 0 || listen(fd, 64) != 0) {
+                ADD_FAILURE() << "cannot listen on " << path << ": " << g_strerror(errno);
+                if (fd >= 0)
+                        close(fd);
+                return -1;
+        }
+        return fd;
+}
+
+} // namespace
+
 ServiceProcess::ServiceProcess(const ServiceOptions &options)
 {
         bus_address_ = private_bus_unreachable_address();
@@ -27,7 +55,25 @@ ServiceProcess::ServiceProcess(const ServiceOptions &options)
         if (options.keep_net)
                 argv.push_back("--keep-net");
         argv.insert(argv.end(), {"--", TRELVO_BINARY});
-        process_ = std::make_unique<ChildProcess>(argv, env);
+
+        int cgi_fd = -1;
+        if (options.cgi_socket) {
+                gchar *dir = g_dir_make_tmp("trelvo-cgi-XXXXXX", nullptr);
+                cgi_dir_ = dir;
+                g_free(dir);
+                cgi_socket_path_ = cgi_dir_ + "/cgi.sock";
+                cgi_fd = service_listen(cgi_socket_path_);
+        }
+        process_ = std::make_unique<ChildProcess>(argv, env, cgi_fd);
+        if (cgi_fd >= 0)
+                close(cgi_fd); // the service holds it now
 }
 
-ServiceProcess::~ServiceProcess() = default;
+ServiceProcess::~ServiceProcess()
+{
+        process_.reset();
+        if (!cgi_dir_.empty()) {
+                g_unlink(cgi_socket_path_.c_str());
+                g_rmdir(cgi_dir_.c_str());
+        }
+}

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "child_process.h"
+#include "json_post.h"
 
 #include <memory>
 #include <string>
@@ -29,6 +30,7 @@ struct ServiceOptions {
         bool keep_net = false;       // share this process's network namespace (eth0, the simulated camera)
         std::string bus_config;  // private_with_zones: the dbus-daemon's configuration; "" = the rig's
         std::string bus_address; // existing: the bus to join
+        bool cgi_socket = true;      // hand over a CGI socket as systemd does; false: none at all
 };
 
 class ServiceProcess {
@@ -55,6 +57,10 @@ public:
         SimEventsProcess &events() { return *events_; }
         // The address the service was given as its system bus.
         const std::string &bus_address() const { return bus_address_; }
+        // The Unix socket the service serves its CGI on (in a fresh temporary directory).
+        const std::string &cgi_socket_path() const { return cgi_socket_path_; }
+        // POSTs a JSON text to the CGI and returns the answer, parsed.
+        HttpAnswer cgi(const std::string &body) const { return cgi_post(cgi_socket_path_, body); }
 
 private:
         // Declared first, destroyed last: the bus and the simulated services outlive the service.
@@ -63,4 +69,6 @@ private:
         std::unique_ptr<SimEventsProcess> events_;
         std::string bus_address_;
         std::unique_ptr<ChildProcess> process_;
+        std::string cgi_dir_;
+        std::string cgi_socket_path_;
 };

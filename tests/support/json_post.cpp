@@ -1,0 +1,117 @@
+#include "json_post.h"
+
+#include <curl/curl.h>
+
+#include <cstring>
+
+namespace {
+
+// Requests never hang a test: a server that does not answer fails the request.
+constexpr long request_timeout_ms = 20000;
+
+struct Upload {
+        const std::string *body;
+        size_t sent = 0;
+};
+
+size_t http_client_collect_body(char *data, size_t size, size_t n, void *user_data)
+{
+        static_cast<std::string *>(user_data)->append(data, size * n);
+        return size * n;
+}
+
+size_t http_client_collect_header(char *data, size_t size, size_t n, void *user_data)
+{
+        std::string line(data, size * n);
+        if (strncasecmp(line.c_str(), "Allow:", 6) == 0) {
+                line.erase(0, 6);
+                const size_t first = line.find_first_not_of(" \t");
+                const size_t last = line.find_last_not_of(" \t\r\n");
+                *static_cast<std::string *>(user_data) =
+                        first == std::string::npos ? "" : line.substr(first, last - first + 1);
+        }
+        return size * n;
+}
+
+size_t http_client_send_chunk(char *buffer, size_t size, size_t n, void *user_data)
+{
+        Upload *upload = static_cast<Upload *>(user_data);
+        const size_t count = std::min(size * n, upload->body->size() - upload->sent);
+        memcpy(buffer, upload->body->data() + upload->sent, count);
+        upload->sent += count;
+        return count;
+}
+
+// curl's global set-up is not thread-safe: done once, before any client of any thread.
+void *http_client_new_handle(void)
+{
+        static const bool initialised = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+        return initialised ? curl_easy_init() : nullptr;
+}
+
+} // namespace
+
+HttpClient::HttpClient() : curl_(http_client_new_handle()) {}
+
+HttpClient::~HttpClient()
+{
+        curl_easy_cleanup(static_cast<CURL *>(curl_));
+}
+
+HttpAnswer HttpClient::request(const HttpRequest &request)
+{
+        CURL *curl = static_cast<CURL *>(curl_);
+        HttpAnswer answer;
+        Upload upload{&request.body};
+        struct curl_slist *headers = curl_slist_append(nullptr, "Content-Type: application/json");
+        char error[CURL_ERROR_SIZE] = "";
+
+        curl_easy_setopt(curl, CURLOPT_URL, request.url.c_str());
+        curl_easy_setopt(curl, CURLOPT_UNIX_SOCKET_PATH,
+                         request.unix_socket.empty() ? nullptr : request.unix_socket.c_str());
+        curl_easy_setopt(curl, CURLOPT_CUSTOMREQUEST, request.method == "POST" ? nullptr : request.method.c_str());
+        curl_easy_setopt(curl, CURLOPT_HTTPGET, 1L);
+        if (request.method == "POST" && request.chunked) {
+                headers = curl_slist_append(headers, "Transfer-Encoding: chunked");
+                curl_easy_setopt(curl, CURLOPT_POSTFIELDS, nullptr);
+                curl_easy_setopt(curl, CURLOPT_POST, 1L);
+                curl_easy_setopt(curl, CURLOPT_READFUNCTION, http_client_send_chunk);
+                curl_easy_setopt(curl, CURLOPT_READDATA, &upload);
+        } else if (request.method == "POST") {
+                curl_easy_setopt(curl, CURLOPT_POSTFIELDS, request.body.data());
+                curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
+        }
+        curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
+        curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, http_client_collect_body);
+        curl_easy_setopt(curl, CURLOPT_WRITEDATA, &answer.body);
+        curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, http_client_collect_header);
+        curl_easy_setopt(curl, CURLOPT_HEADERDATA, &answer.allow);
+        curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, request_timeout_ms);
+        curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+        curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, error);
+
+        if (curl_easy_perform(curl) == CURLE_OK)
+                curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &answer.status);
+        else
+                answer.curl_error = error;
+        curl_easy_getinfo(curl, CURLINFO_TOTAL_TIME, &answer.seconds);
+        curl_easy_setopt(curl, CURLOPT_HTTPHEADER, nullptr);
+        curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, nullptr);
+        curl_slist_free_all(headers);
+        answer.json.reset(json_loadb(answer.body.data(), answer.body.size(), 0, nullptr));
+        return answer;
+}
+
+HttpAnswer http_request(const HttpRequest &request)
+{
+        HttpClient client;
+        return client.request(request);
+}
+
+HttpAnswer cgi_post(const std::string &unix_socket, const std::string &body)
+{
+        HttpRequest request;
+        request.unix_socket = unix_socket;
+        request.body = body;
+        return http_request(request);
+}
