@@ -1,0 +1,163 @@
+// The camera connection event client against a real private dbus-daemon and the real
+// sim-events.
+#include "events.h"
+#include "log_capture.h"
+#include "private_bus.h"
+#include "sim_events_process.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+class Events : public ::testing::Test {
+protected:
+        // One bus for the program: GIO keeps one system-bus connection per process, for as
+        // long as someone holds it.
+        static void SetUpTestSuite()
+        {
+                bus = new PrivateBus();
+                connection = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+                ASSERT_NE(connection, nullptr);
+                // Stopping the bus at the end must not end this process.
+                g_dbus_connection_set_exit_on_close(connection, FALSE);
+        }
+        static void TearDownTestSuite()
+        {
+                g_clear_object(&connection);
+                delete bus;
+        }
+
+        void SetUp() override { start_sim(); }
+        void TearDown() override { undeclare_state_event(); }
+
+        void start_sim()
+        {
+                sim = std::make_unique<SimEventsProcess>(bus->address());
+                ASSERT_TRUE(sim->ready());
+        }
+
+        static PrivateBus *bus;
+        static GDBusConnection *connection;
+        LogCapture log;
+        std::unique_ptr<SimEventsProcess> sim;
+};
+
+PrivateBus *Events::bus = nullptr;
+GDBusConnection *Events::connection = nullptr;
+
+TEST_F(Events, TheDeclarationEventsAndWithdrawalReachTheProducerAsSent)
+{
+        ASSERT_TRUE(declare_state_event());
+        const gint64 before = g_get_real_time();
+        send_state_event("connecting");
+        send_state_event("connected");
+        const gint64 after = g_get_real_time();
+        undeclare_state_event();
+
+        const std::vector<SimEventCall> calls = sim->log();
+        ASSERT_EQ(calls.size(), 4u);
+        EXPECT_EQ(calls[0].method, "DeclareEvent");
+        EXPECT_EQ(calls[0].id, 1);
+        EXPECT_EQ(calls[0].args,
+                  "(false, {'topic0': 'VALUE_TYPE_STRING', 'topic1': 'VALUE_TYPE_STRING', 'state': 'VALUE_TYPE_STRING'}, "
+                  "{'topic0': <'Trelvo'>, 'topic1': <'CameraConnection'>}, {'state': 'State'}, {}, "
+                  "{'topic0': 'tnszelk', 'topic1': ''}, "
+                  "{'topic1': <['isApplicationData']>, 'state': <['onvif-data', 'property-state']>}, 'state')");
+        for (size_t i : {1u, 2u}) {
+                EXPECT_EQ(calls[i].method, "SendEvent");
+                EXPECT_EQ(calls[i].id, 1);
+                EXPECT_EQ(calls[i].args, "(1, {'state': <'" + calls[i].state + "'>}, " +
+                                                 std::to_string(calls[i].time) + ")");
+                EXPECT_GE(calls[i].time, before);
+                EXPECT_LE(calls[i].time, after);
+        }
+        EXPECT_EQ(sim->states(), (Lines{"connecting", "connected"}));
+        EXPECT_EQ(calls[3].method, "UndeclareEvent");
+        EXPECT_EQ(calls[3].id, 1);
+        for (const SimEventCall &call : calls) {
+                EXPECT_FALSE(call.failed) << call.method;
+                EXPECT_STREQ(call.sender.c_str(), g_dbus_connection_get_unique_name(connection)) << call.method;
+        }
+        EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(Events, ARefusedDeclarationLeavesIdZeroAndEachLaterFailureIsLogged)
+{
+        ASSERT_TRUE(sim->fail_on("DeclareEvent"));
+        EXPECT_TRUE(declare_state_event());
+        send_state_event("connect_failed");
+        undeclare_state_event();
+
+        const std::vector<SimEventCall> calls = sim->log();
+        ASSERT_EQ(calls.size(), 3u);
+        EXPECT_EQ(calls[1].method, "SendEvent");
+        EXPECT_EQ(calls[1].id, 0);
+        EXPECT_EQ(calls[1].state, "connect_failed");
+        EXPECT_EQ(calls[2].method, "UndeclareEvent");
+        EXPECT_EQ(calls[2].id, 0);
+        const std::string refused = "GDBus.Error:org.freedesktop.DBus.Error.InvalidArgs: no event declared with id 0";
+        EXPECT_EQ(log.lines(),
+                  (Lines{"WARNING: Failed to call \"DeclareEvent\" on event producer service: "
+                         "GDBus.Error:org.freedesktop.DBus.Error.Failed: DeclareEvent refused (FailOn)",
+                         "WARNING: Failed to call \"SendEvent\" for ChannelANY on event producer service: " + refused,
+                         "WARNING: undeclare_state_event: Failed to call \"UndeclareEvent\" on event producer "
+                         "service: " + refused}));
+}
+
+// Gone while asked (no reply) or gone before (no owner): nothing to withdraw, nothing
+// said. An event sent to a producer that is gone is still reported.
+TEST_F(Events, AProducerThatIsGoneAtShutdownIsNotReported)
+{
+        ASSERT_TRUE(declare_state_event());
+        ASSERT_TRUE(sim->vanish_on("UndeclareEvent"));
+        undeclare_state_event();
+        EXPECT_EQ(sim->wait_exit(), 0);
+        EXPECT_TRUE(log.lines().empty());
+
+        start_sim();
+        ASSERT_TRUE(declare_state_event());
+        sim->stop();
+        send_state_event("disconnected");
+        undeclare_state_event();
+        const Lines lines = log.lines();
+        ASSERT_EQ(lines.size(), 1u);
+        EXPECT_EQ(lines[0].rfind("WARNING: Failed to call \"SendEvent\" for ChannelANY on event producer service: "
+                                 "GDBus.Error:org.freedesktop.DBus.Error.ServiceUnknown: ",
+                                 0),
+                  0u)
+                << lines[0];
+}
+
+// GIO makes a proxy for a name that has no owner (it asks the bus to start the name and
+// goes on when it cannot): start-up goes on, and the declaration fails as a call.
+TEST_F(Events, WithoutAProducerTheDeclarationFailsAsACall)
+{
+        sim->stop();
+        EXPECT_TRUE(declare_state_event());
+        const Lines lines = log.lines();
+        ASSERT_EQ(lines.size(), 1u);
+        EXPECT_EQ(lines[0].rfind("WARNING: Failed to call \"DeclareEvent\" on event producer service: "
+                                 "GDBus.Error:org.freedesktop.DBus.Error.ServiceUnknown: ",
+                                 0),
+                  0u)
+                << lines[0];
+}
+
+// Runs in a process of its own (see CMakeLists.txt): no system bus has been used yet.
+TEST(NoBus, WithoutASystemBusNoProxyIsMadeAndNothingIsSent)
+{
+        g_setenv("DBUS_SYSTEM_BUS_ADDRESS", private_bus_unreachable_address().c_str(), TRUE);
+        LogCapture log;
+        EXPECT_FALSE(declare_state_event());
+        send_state_event("connecting");
+        undeclare_state_event();
+        const Lines lines = log.lines();
+        ASSERT_EQ(lines.size(), 1u);
+        EXPECT_EQ(lines[0].rfind("WARNING: Failed to create proxy to data collection service: ", 0), 0u) << lines[0];
+}
+
+} // namespace
