@@ -35,7 +35,7 @@ struct PayloadView {
         // The first occurrence of text, or an empty view at the end.
         PayloadView find(const char *text) const
         {
-                const void *at = memmem(data, length, text, strlen(text));
+                const void *at = length > 0 ? memmem(data, length, text, strlen(text)) : nullptr;
                 if (!at)
                         return {data + length, 0};
                 const auto offset = static_cast<size_t>(static_cast<const char *>(at) - data);

@@ -57,6 +57,12 @@ void child_format_listen_pid(char *entry, pid_t pid)
 
 } // namespace
 
+std::string sanitizer_options_with_gstreamer()
+{
+        const char *options = getenv("ASAN_OPTIONS");
+        return options ? std::string("ASAN_OPTIONS=") + options + ":fast_unwind_on_malloc=0" : std::string();
+}
+
 ChildProcess::ChildProcess(const std::vector<std::string> &argv, const std::vector<std::string> &env, int listen_fd)
     : name_(argv.empty() ? "" : argv[0])
 {

@@ -45,6 +45,9 @@ ServiceProcess::ServiceProcess(const ServiceOptions &options)
         }
         std::vector<std::string> env = {"G_MESSAGES_DEBUG=" + std::string(options.debug_log ? "all" : ""),
                                         "DBUS_SYSTEM_BUS_ADDRESS=" + bus_address_};
+        const std::string sanitizer = sanitizer_options_with_gstreamer();
+        if (!sanitizer.empty())
+                env.push_back(sanitizer);
         env.insert(env.end(), options.environment.begin(), options.environment.end());
 
         std::vector<std::string> argv = {TRELVO_SANDBOX, "--conf-path", TRELVO_CONF_DIR};

@@ -1,0 +1,36 @@
+// The simulated unit around one service under test, for tests run inside the rig's
+// sandbox: a directory of its own with the configuration file and the scene socket, the
+// simulated radar playing a scenario, and the service started on them, sharing the
+// test's network (where the simulated camera listens).
+#pragma once
+
+#include "service_process.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+class SimUnit {
+public:
+        // Starts sim-radar with a scenario of sim/scenarios (e.g. "walk_20m.json").
+        explicit SimUnit(const std::string &scenario);
+        ~SimUnit();
+        SimUnit(const SimUnit &) = delete;
+        SimUnit &operator=(const SimUnit &) = delete;
+
+        // Writes trelvo.conf: the camera at 127.0.0.1 (user root, this password, stored
+        // encrypted as the service would), tracking on, and any further lines for the
+        // "camera" group (e.g. "name=ZPT-6100\n").
+        void configure(const std::string &password, const std::string &camera_lines = "");
+        std::string conf_text() const;
+        // The service on this directory's configuration and scene socket, once it runs.
+        std::unique_ptr<ServiceProcess> start_service() const;
+
+        ChildProcess &radar() { return *radar_; }
+        // When the radar first showed the object (monotonic microseconds), -1 until then.
+        int64_t object_appeared_us(uint32_t id) const;
+
+private:
+        std::string directory_;
+        std::unique_ptr<ChildProcess> radar_;
+};
