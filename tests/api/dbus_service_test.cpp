@@ -1,6 +1,7 @@
 // The D-Bus control service of the real binary, called by real clients on a private bus,
 // and its main-loop source in this process.
 #include "dbus_service.h"
+#include "log_capture.h"
 #include "private_bus.h"
 #include "service_process.h"
 
@@ -122,7 +123,7 @@ TEST(DbusService, SetTrackingEnabledSwitchesTheServedValueAndTheFileAndBadCallsC
         EXPECT_EQ(client.call(trelvo_interface, "SetTrackingEnabled", g_variant_new("(b)", FALSE)), "()");
         EXPECT_EQ(client.tracking_enabled(), "(<false>,)");
         EXPECT_NE(file_text(file).find("[tracking]\nenabled=false\n"), std::string::npos);
-        EXPECT_TRUE(service.matching("ERROR").empty());
+        EXPECT_TRUE(service.matching("ERROR").empty() && service.matching("WARNING").empty());
 
         service.send_signal(SIGTERM);
         EXPECT_EQ(service.wait_exit(), 0);
@@ -151,11 +152,31 @@ TEST(DbusService, ASecondInstanceCannotTakeTheNameAndStopsAfterEveryTeardown)
         EXPECT_EQ(teardown_trace(second), teardown_trace(first));
 }
 
+bool name_has_owner(const std::string &address)
+{
+        g_autoptr(GDBusConnection) connection = g_dbus_connection_new_for_address_sync(
+                address.c_str(),
+                static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                                  G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+                nullptr, nullptr, nullptr);
+        if (!connection)
+                return false;
+        g_dbus_connection_set_exit_on_close(connection, FALSE);
+        g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
+                connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "NameHasOwner",
+                g_variant_new("(s)", trelvo_name), G_VARIANT_TYPE("(b)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+        gboolean owned = FALSE;
+        if (reply)
+                g_variant_get(reply, "(b)", &owned);
+        return owned;
+}
+
 // Between calls the main loop sleeps on the bus descriptor alone: sd-bus has no time-out
-// pending, so nothing wakes the service.
+// pending, so nothing wakes the service. Cleanup gives the name back.
 TEST(DbusSource, WithNothingPendingTheLoopWaitsForInputWithoutATimeout)
 {
         PrivateBus bus;
+        LogCapture log;
         DbusService *service = nullptr;
         ASSERT_EQ(dbus_setup(&service), 1);
         ASSERT_NE(service, nullptr);
@@ -178,7 +199,10 @@ TEST(DbusSource, WithNothingPendingTheLoopWaitsForInputWithoutATimeout)
         }
         g_main_context_check(context, priority, fds, n);
         g_main_context_release(context);
+        EXPECT_TRUE(name_has_owner(bus.address()));
         dbus_cleanup(service);
+        EXPECT_FALSE(name_has_owner(bus.address()));
+        EXPECT_TRUE(log.lines().empty());
 }
 
 // busctl on the service's bus as the user nobody; its exit status, its output in *output.

@@ -3,6 +3,18 @@
 #include <glib/gstdio.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/prctl.h>
+
+namespace {
+
+// A test that crashes or is killed takes its bus along: otherwise the daemon lives on
+// and keeps the test's output pipe open.
+void private_bus_child_setup(gpointer)
+{
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+}
+
+} // namespace
 
 PrivateBus::PrivateBus(const std::string &config)
 {
@@ -17,9 +29,11 @@ PrivateBus::PrivateBus(const std::string &config)
         const std::string address_option = "--address=" + address;
         const std::string config_option = "--config-file=" + (config.empty() ? std::string(TRELVO_DBUS_CONFIG) : config);
         GError *error = nullptr;
-        process_ = g_subprocess_new(G_SUBPROCESS_FLAGS_STDOUT_PIPE, &error, "dbus-daemon", "--nofork", "--nopidfile",
-                                    config_option.c_str(), address_option.c_str(), "--print-address",
-                                    nullptr);
+        g_autoptr(GSubprocessLauncher) launcher = g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDOUT_PIPE);
+        g_subprocess_launcher_set_child_setup(launcher, private_bus_child_setup, nullptr, nullptr);
+        process_ = g_subprocess_launcher_spawn(launcher, &error, "dbus-daemon", "--nofork", "--nopidfile",
+                                               config_option.c_str(), address_option.c_str(), "--print-address",
+                                               nullptr);
         if (!process_) {
                 ADD_FAILURE() << "cannot start dbus-daemon: " << error->message;
                 g_error_free(error);
