@@ -42,16 +42,10 @@ bool autotune_at_test_position(const CameraPosition &camera)
                camera.tilt <= test_tilt + position_tolerance;
 }
 
-// The camera may report its zoom at full or at half scale: learn which from where it
-// says it went.
 void autotune_check_zoom_scale(const CameraPosition &camera)
 {
-        float correction;
-        if (camera.zoom_position >= 45 && camera.zoom_position <= 55)
-                correction = 2.0f;
-        else if (camera.zoom_position >= 95 && camera.zoom_position <= 105)
-                correction = 1.0f;
-        else
+        const float correction = autotune_zoom_correction(camera.zoom_position);
+        if (correction == 0.0f)
                 return;
         zoom_calibration_set_correction(correction);
         persistent_set_zoom_correction(correction);
@@ -119,6 +113,15 @@ void autotune_finish(void)
 }
 
 } // namespace
+
+float autotune_zoom_correction(int reported_zoom)
+{
+        if (reported_zoom >= 45 && reported_zoom <= 55)
+                return 2.0f;
+        if (reported_zoom >= 95 && reported_zoom <= 105)
+                return 1.0f;
+        return 0.0f;
+}
 
 void autotune_begin(void)
 {

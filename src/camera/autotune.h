@@ -8,6 +8,11 @@
 
 inline constexpr guint autotune_tick_ms = 50;
 
+// The zoom check: a camera sent to zoom position 100 that reports about 100 reports zoom
+// at full scale (correction 1), one that reports about 50 at half scale (2); 0 for
+// anything else.
+float autotune_zoom_correction(int reported_zoom);
+
 // Back to the first step; the caller then adds the timer.
 void autotune_begin(void);
 gboolean autotune_tick(gpointer user_data);

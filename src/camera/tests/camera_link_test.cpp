@@ -128,7 +128,13 @@ const std::string home = "zelk-cgi/com/ptz.cgi?move=home";
 
 TEST_F(CameraLink, ConnectsProbesAndPublishesEveryStateChangeOnce)
 {
+        persistent_set_guard_tour_enabled(TRUE);
+        persistent_set_guard_tour_time(7.5);
         start({"--metadata", "no", "--min-field-angle", "30", "--max-field-angle", "600"}, "");
+        EXPECT_TRUE(tracker_get_guard_tour_enabled()) << "the set-up hands the file's guard tour to the tracker";
+        EXPECT_EQ(tracker_get_guard_tour_time(), 7.5f);
+        persistent_set_guard_tour_enabled(FALSE);
+        tracker_set_guard_tour_enabled(FALSE);
         tick();
         EXPECT_EQ(events->states(), Strings{"connecting"}) << "already disconnected: not published again";
         EXPECT_TRUE(sent().empty()) << "the poll asks, not the tick";
@@ -232,17 +238,20 @@ TEST_F(CameraLink, FollowsTheGroupWithAMoveEachTickThenOneStopAndGoesHomeOnceAft
         tick(30);
         EXPECT_TRUE(sent().empty());
 
-        // Someone moved the camera after it settled: it stays where they put it.
-        tracker_update_target(1, 8, 40.0f, -10.0f, 4.0f);
-        tick(3);
-        tracker_remove_target(1, 8);
-        camera_position_update(1, 0, 0, 0, 40.0f, -10.0f);
-        tick_while_active();
-        tick(10);
-        camera_position_update(1, 0, 0, 0, 42.5f, -10.0f);
-        tick(40);
-        after = sent();
-        EXPECT_EQ(std::count(after.begin(), after.end(), home), 0);
+        // Moved by exactly 2 degrees after it settled: still home. By more: it stays where
+        // someone put it.
+        for (const float moved_by : {2.0f, 2.5f}) {
+                tracker_update_target(1, 8, 40.0f, -10.0f, 4.0f);
+                tick(3);
+                tracker_remove_target(1, 8);
+                camera_position_update(1, 0, 0, 0, 40.0f, -10.0f);
+                tick_while_active();
+                tick(10);
+                camera_position_update(1, 0, 0, 0, 40.0f + moved_by, -10.0f);
+                tick(40);
+                after = sent();
+                EXPECT_EQ(std::count(after.begin(), after.end(), home), moved_by == 2.0f ? 1 : 0) << moved_by;
+        }
 
         // Switching tracking off stops the camera once and sends nothing more.
         tracker_update_target(1, 9, 80.0f, -10.0f, 4.0f);
@@ -320,12 +329,16 @@ TEST_F(CameraLink, AutotuneGivesUpAfterThreeFailedAttemptsKeepingTheOldGainsAndN
         position_poll_tick(nullptr);
         ASSERT_FALSE(ptz_control_tick(nullptr));
         LogCapture log;
-        camera_position_update(70, 0, 0, 0, 0.0f, -45.0f); // at the test position, zoom in neither band
+        // First the zoom check passes but the camera never zooms back in; then it reports a
+        // zoom in neither band.
+        camera_position_update(100, 0, 0, 0, 0.0f, -45.0f);
         int ticks = 0;
-        while (autotune_tick(nullptr) && ticks++ < 1000) {
-        }
-        EXPECT_EQ(ticks, 3 * 103) << "three attempts of a move, 101 waits and a failure";
-        EXPECT_EQ(log.matching("ERROR: Failed to go to autotune zoom check position").size(), 3u);
+        while (autotune_tick(nullptr) && ticks++ < 1000)
+                if (ticks == 104)
+                        camera_position_update(70, 0, 0, 0, 0.0f, -45.0f);
+        EXPECT_EQ(ticks, 104 + 2 * 103) << "each attempt: a move, the waits (101 to fail), the failure";
+        EXPECT_EQ(log.matching("ERROR: Failed to go to autotune position").size(), 1u);
+        EXPECT_EQ(log.matching("ERROR: Failed to go to autotune zoom check position").size(), 2u);
         EXPECT_EQ(events->states().back(), "connected");
         double kp = 0, ki = 0, kd = 0;
         persistent_get_pan_pid(&kp, &ki, &kd);
@@ -378,6 +391,40 @@ TEST_F(CameraLink, StreamFeedsPositionsUntilItDropsThenPollingReprobesAndStartsA
         EXPECT_EQ(first, nullptr) << "the new stream released the old pipeline";
         camera->teleport(-40.0, -5.0, 100);
         EXPECT_TRUE(run_until([] { return std::fabs(camera_position_get().pan + 40.0f) < 0.01f; }));
+}
+
+} // namespace
+
+namespace {
+
+void post(GstElement *pipeline, bool error, GQuark domain, int code, const char *text)
+{
+        GError *e = g_error_new_literal(domain, code, text);
+        GstMessage *m = error ? gst_message_new_error(GST_OBJECT(pipeline), e, "debug")
+                              : gst_message_new_warning(GST_OBJECT(pipeline), e, "debug");
+        gst_element_post_message(pipeline, m);
+        g_error_free(e);
+}
+
+TEST_F(CameraLink, OnlyAReadErrorOfTheStreamHandsBackToTheConnectionManager)
+{
+        LogCapture log;
+        static int handed_back = 0;
+        ASSERT_EQ(metadata_pipeline_start("127.0.0.1", "1", "p", "u", "p", parse_ptz_metadata,
+                                          [](void *) { handed_back++; }, nullptr),
+                  0);
+        // Its source fails to connect (port 1) and says so with an error of its own.
+        GstElement *pipeline = metadata_pipeline_current();
+        post(pipeline, true, GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_WRITE, "write failed");
+        post(pipeline, false, GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_READ, "read failed");
+        post(pipeline, true, GST_CORE_ERROR, GST_RESOURCE_ERROR_READ, "core failed");
+        post(pipeline, true, GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_READ, "read failed again");
+        clock_use_real();
+        EXPECT_TRUE(run_until([&] { return log.matching("ERROR: metadata-pipeline: ").size() >= 4; }));
+        EXPECT_EQ(log.matching("ERROR: metadata-pipeline: ").size(), 4u);
+        EXPECT_EQ(handed_back, 2) << "the read warning and the read error; " << testing::PrintToString(log.lines());
+        metadata_pipeline_stop();
+        EXPECT_EQ(metadata_pipeline_current(), nullptr);
 }
 
 } // namespace

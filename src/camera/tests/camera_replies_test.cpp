@@ -1,4 +1,6 @@
+#include "autotune.h"
 #include "camera_position.h"
+#include "ptz_commands.h"
 #include "camera_replies.h"
 
 #include <gtest/gtest.h>
@@ -49,7 +51,7 @@ TEST(Probe, OffersTheStreamFromFirmware5_55_1_3OrTheCvpAndCfpLinesWithMetadataYe
                                      "CFP-2.1", "CvP", "5.55.2.0-beta"};
         for (const char *version : with_stream)
                 EXPECT_TRUE(offers("yes", version)) << version;
-        const char *without[] = {"5.55.1.2", "5.55.0.9", "5.54.99.99", "4.99", "6", "", "x.1", "cv",
+        const char *without[] = {"5.55.1.2", "5.55.1", "5.55", "5.55.0.9", "5.54.99.99", "4.99", "6", "", "x.1", "cv",
                                  "99999999999.1", "-6.0", "5..55"};
         for (const char *version : without)
                 EXPECT_FALSE(offers("yes", version)) << version;
@@ -99,6 +101,9 @@ TEST(CameraPosition, AppliesOnlyReportedFieldsAndDerivesMagnificationAndMoving)
         EXPECT_EQ(p.zoom_moving, 0);
         EXPECT_EQ(p.moving, 1);
 
+        camera_position_update(0, 1, 0, 0, -360.0f, -360.0f);
+        EXPECT_EQ(camera_position_get().moving, 1) << "any one channel moving";
+
         camera_position_update(0, 0, 0, -1, INFINITY, -360.0f);
         p = camera_position_get();
         EXPECT_EQ(p.zoom_position, 10000) << "zoom 0 is not a report";
@@ -115,6 +120,41 @@ TEST(CameraPosition, AppliesOnlyReportedFieldsAndDerivesMagnificationAndMoving)
         EXPECT_FLOAT_EQ(zoom_magnification(10000), 29.0f);
         zoom_calibration_set_correction(1.0f);
         zoom_calibration_set_field_angles(2.2f, 62.9f);
+}
+
+} // namespace
+
+namespace {
+
+TEST(AutotuneZoomCheck, FullScaleAround100HalfScaleAround50NothingElse)
+{
+        const std::pair<int, float> table[] = {{44, 0.0f}, {45, 2.0f}, {50, 2.0f}, {55, 2.0f}, {56, 0.0f},
+                                               {94, 0.0f}, {95, 1.0f}, {105, 1.0f}, {106, 0.0f}, {70, 0.0f}};
+        for (const auto &[zoom, correction] : table)
+                EXPECT_EQ(autotune_zoom_correction(zoom), correction) << zoom;
+}
+
+// A poll reply sets the moving flag of each channel it read, against the previous poll's
+// reading, and leaves the others as they were.
+TEST(PollReply, MovingFlagsOnlyForTheChannelsItRead)
+{
+        camera_position_update(100, 1, 1, 1, 5.0f, 5.0f);
+        PositionReply read;
+        camera_parse_position_reply("pan=5\ntilt=5\nzoom=100\n", &read);
+        camera_remember_poll(read);
+
+        camera_parse_position_reply("zoom=100\n", &read);
+        ASSERT_TRUE(camera_apply_position_reply(read));
+        CameraPosition p = camera_position_get();
+        EXPECT_EQ(p.zoom_moving, 0);
+        EXPECT_EQ(p.pan_moving, 1) << "not read: kept";
+        camera_parse_position_reply("pan=6\ntilt=5\n", &read);
+        ASSERT_TRUE(camera_apply_position_reply(read));
+        p = camera_position_get();
+        EXPECT_EQ(p.pan_moving, 1);
+        EXPECT_EQ(p.tilt_moving, 0);
+        EXPECT_EQ(p.zoom_moving, 0) << "not read: kept";
+        EXPECT_FALSE(camera_apply_position_reply(PositionReply{}));
 }
 
 } // namespace
