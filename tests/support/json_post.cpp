@@ -95,6 +95,7 @@ HttpAnswer HttpClient::request(const HttpRequest &request)
         else
                 answer.curl_error = error;
         curl_easy_getinfo(curl, CURLINFO_TOTAL_TIME, &answer.seconds);
+        curl_easy_getinfo(curl, CURLINFO_NUM_CONNECTS, &answer.new_connections);
         curl_easy_setopt(curl, CURLOPT_HTTPHEADER, nullptr);
         curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, nullptr);
         curl_slist_free_all(headers);

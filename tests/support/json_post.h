@@ -30,6 +30,7 @@ struct HttpAnswer {
         JsonPtr json;      // the body parsed, null when it is not JSON
         std::string curl_error;
         double seconds = 0; // from start to the last byte
+        long new_connections = 0; // connections opened for it (0: it went on a kept one)
 };
 
 // One client with one connection, kept alive between requests. Not thread-safe: one

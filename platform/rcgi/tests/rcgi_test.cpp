@@ -195,11 +195,20 @@ TEST_F(Rcgi, AnswersCarryTheEnvelopeWithContextAndMethodInOrder)
                  R"({"apiVersion":"1.1","method":"nodata","error":{"code":906,"message":"Other"}})"},
                 {"[1]", R"({"apiVersion":"1.1","error":{"code":907,"message":"Other"}})"},
         };
+        // All on one kept-alive connection.
+        HttpClient client;
+        long connections = 0;
         for (const Case &c : cases) {
-                const HttpAnswer answer = post(c.body);
+                HttpRequest r;
+                r.unix_socket = socket_path_;
+                r.body = c.body;
+                HttpAnswer answer;
+                serve_while([&] { answer = client.request(r); });
                 EXPECT_EQ(answer.status, 200) << c.body;
                 EXPECT_EQ(answer.body, c.answer) << c.body;
+                connections += answer.new_connections;
         }
+        EXPECT_EQ(connections, 1);
 }
 
 TEST_F(Rcgi, LibraryFailuresFollowTheirPrecedence)
