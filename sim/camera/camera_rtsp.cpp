@@ -5,6 +5,8 @@
 
 #include <gst/app/gstappsrc.h>
 #include <gst/rtsp-server/rtsp-server.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 
 #include <algorithm>
 #include <string>
@@ -90,6 +92,12 @@ void simcam_rtsp_client_closed(GstRTSPClient *client, gpointer)
 
 void simcam_rtsp_client_connected(GstRTSPServer *, GstRTSPClient *client, gpointer)
 {
+        // RTP goes out interleaved in this connection, a packet in more than one write:
+        // without this, Nagle holds the rest back for the client's delayed acknowledgement.
+        GstRTSPConnection *connection = gst_rtsp_client_get_connection(client);
+        if (connection)
+                g_socket_set_option(gst_rtsp_connection_get_write_socket(connection), IPPROTO_TCP, TCP_NODELAY, 1,
+                                    nullptr);
         rtsp.clients.push_back(GST_RTSP_CLIENT(g_object_ref(client)));
         g_signal_connect(client, "closed", G_CALLBACK(simcam_rtsp_client_closed), nullptr);
         g_signal_connect(client, "play-request", G_CALLBACK(simcam_rtsp_client_plays), nullptr);

@@ -47,6 +47,8 @@ public:
                 return process_->wait_for_line(text, seconds);
         }
         void send_signal(int signal) { process_->send_signal(signal); }
+        // The service's process id (the rig's sandbox execs down to it).
+        pid_t pid() const { return process_->pid(); }
         // The exit status once it exited (within a time limit); -1 otherwise.
         int wait_exit(double seconds = child_default_wait_s) { return process_->wait_exit(seconds); }
         std::vector<std::string> lines() const { return process_->lines(); }
