@@ -3,11 +3,12 @@
 //   number of fresh starts of the service;
 // - over one long run of the service following the walking person with the stream on:
 //   TCP connections per 1000 requests, the service's CPU time per minute and its peak
-//   resident memory;
+//   resident memory; then the CGI under load from 8 keep-alive clients (cgi_load) while
+//   the service goes on following;
 // - in this process, the delay from a change of the simulated camera's position to the
 //   new value in the camera position record, over the stream and over the poll.
 // Inside the rig's sandbox:
-//   tests/rig/sandbox -- build/release/tests/camera/camera_measure [--runs=20] [--follow-s=120] [--samples=50]
+//   tests/rig/sandbox -- build/release/bench/camera/camera_measure [--runs=20] [--follow-s=120] [--samples=50]
 #include "camera.h"
 #include "camera_position.h"
 #include "events.h"
@@ -143,6 +144,11 @@ TEST(Measure, FirstMoveAfterFirstSceneAndConnectionsPerRequest)
                follow_s, static_cast<unsigned long long>(status.requests), static_cast<unsigned long long>(moves),
                static_cast<unsigned long long>(connections),
                1000.0 * static_cast<double>(connections) / static_cast<double>(status.requests));
+
+        ChildProcess load({CGI_LOAD, "--socket", run.service->cgi_socket_path(), "--clients", "8", "--seconds", "10"});
+        EXPECT_EQ(load.wait_exit(30.0), 0);
+        for (const std::string &line : load.lines())
+                printf("CGI while following: %s\n", line.c_str());
 }
 
 // Runs the main loop until condition holds or the time is up.
