@@ -52,8 +52,10 @@ void print_summary(const char *what, std::vector<double> values, const char *uni
 // User plus system CPU seconds of a process so far.
 double cpu_seconds(pid_t pid)
 {
-        std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-        std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+        gchar *contents = nullptr;
+        g_file_get_contents(("/proc/" + std::to_string(pid) + "/stat").c_str(), &contents, nullptr, nullptr);
+        const std::string text(contents ? contents : "");
+        g_free(contents);
         std::istringstream fields(text.substr(text.rfind(')') + 2));
         std::string field;
         unsigned long long utime = 0, stime = 0;
