@@ -1,0 +1,186 @@
+// The operator's page in a real browser, behind nginx, against the real service: what a
+// person does on it ends up in the service's answers and in its configuration file.
+import assert from 'node:assert/strict';
+import { after, before, test } from 'node:test';
+
+import { launch, openPage } from './support/browser.mjs';
+import { cameraControl, cgi, get, readConf, webUrl } from './support/unit.mjs';
+
+let browser;
+before(async () => { browser = await launch(); });
+after(async () => { await browser?.close(); });
+
+// Waits until check() returns a truthy value (retried every 100 ms, for at most 10 s).
+async function eventually(check, what) {
+    const deadline = Date.now() + 10000;
+    for (;;) {
+        const value = await check();
+        if (value)
+            return value;
+        if (Date.now() > deadline)
+            throw new Error(`timed out waiting for ${what}`);
+        await new Promise((resolve) => setTimeout(resolve, 100));
+    }
+}
+
+async function connectCamera() {
+    await cgi('setCameraConnection', { ip: '127.0.0.1', user: 'root', pass: 'pass' });
+    await eventually(async () => (await get('getCameraConnection')).state === 'connected', 'the camera');
+}
+
+test('settings changed on the page are in the answers and in the configuration file', async () => {
+    const { page, close } = await openPage(browser);
+
+    // A number: the page shows what the service stored (the time-out is whole seconds).
+    await page.fill('#return-to-home-timeout', '12.9');
+    await page.click('#return-to-home-timeout ~ button[type="submit"]');
+    await page.waitForSelector('#return-to-home-timeout-message.done');
+    assert.equal(await page.inputValue('#return-to-home-timeout'), '12');
+    assert.equal((await get('getReturnToHomeTimeout')).value, 12);
+    assert.equal(readConf().tracking.return_to_home_timeout, '12');
+
+    // A switch, written as soon as it is flipped.
+    const guardTour = (await get('getGuardTourEnabled')).value;
+    await page.click('#guard-tour-enabled');
+    await eventually(async () => (await get('getGuardTourEnabled')).value !== guardTour, 'the guard tour switch');
+    assert.equal(readConf().tracking.guard_tour_enabled, String(!guardTour));
+    assert.equal(await page.isChecked('#guard-tour-enabled'), !guardTour);
+
+    // The object types are the radar's (no small objects here); one changes alone.
+    const types = await page.$$eval('#object-type-list input', (inputs) => inputs.map((input) => input.name));
+    assert.deepEqual(types, ['human', 'vehicle', 'unknown']);
+    const before = await get('getObjectTypesToTrack');
+    await page.getByLabel('Unidentified objects').click();
+    await eventually(async () => (await get('getObjectTypesToTrack')).unknown !== before.unknown, 'the unknown type');
+    assert.deepEqual(await get('getObjectTypesToTrack'), { ...before, unknown: !before.unknown });
+    assert.equal(readConf().tracking.unidentified_object_track, String(!before.unknown));
+
+    // The camera connection: stored (the password only encrypted), and the live state
+    // follows the camera link to "connected".
+    await cgi('setCameraConnection', { ip: '', user: '', pass: '' });
+    await page.fill('#camera-ip', '127.0.0.1');
+    await page.fill('#camera-user', 'root');
+    await page.fill('#camera-pass', 'pass');
+    await page.click('#connection-form button[type="submit"]');
+    await page.waitForSelector('#connection-message.done');
+    assert.deepEqual(await get('getCameraConnection').then(({ ip, user }) => ({ ip, user })), { ip: '127.0.0.1', user: 'root' });
+    const camera = readConf().camera;
+    assert.equal(camera.ip, '127.0.0.1');
+    assert.equal(camera.user, 'root');
+    assert.match(camera.pass, /^[0-9a-f]{32,}$/);
+    assert.equal(await page.inputValue('#camera-pass'), '');
+    await page.waitForFunction(() => document.getElementById('camera-state').textContent === 'connected');
+    assert.match(await page.textContent('#camera-last-change'), /^Last change: .* → connected at /);
+    await close();
+});
+
+test('a refused value shows the API\'s message beside its field and changes nothing', async () => {
+    const { page, close } = await openPage(browser);
+    const conf = readConf();
+    const zoom = (await get('getCameraZoomDegree')).value;
+    const connection = await get('getCameraConnection');
+
+    // One step past the top of the range (the browser leaves the judgement to the API).
+    assert.equal(await page.getAttribute('#zoom-degree', 'max'), '100');
+    assert.equal(await page.textContent('#zoom-degree-range'), 'Range 0 to 100%');
+    await page.fill('#zoom-degree', '100.1');
+    await page.press('#zoom-degree', 'Enter');
+    await page.waitForSelector('#zoom-degree-message.error');
+    assert.equal(await page.textContent('#zoom-degree-message'),
+        'Invalid value \'100.1000\' for parameter \'value\' (error 300)');
+    assert.equal(await page.inputValue('#zoom-degree'), String(zoom));
+
+    await page.fill('#camera-ip', '192.168.001.10');
+    await page.fill('#camera-pass', 'secret');
+    await page.click('#connection-form button[type="submit"]');
+    await page.waitForSelector('#camera-ip-message.error');
+    assert.equal(await page.textContent('#camera-ip-message'),
+        'Invalid value \'192.168.001.10\' for parameter \'ip\' (error 300)');
+    assert.equal(await page.inputValue('#camera-ip'), connection.ip);
+
+    assert.equal((await get('getCameraZoomDegree')).value, zoom);
+    assert.equal((await get('getCameraConnection')).ip, connection.ip);
+    assert.deepEqual(readConf(), conf);
+    await close();
+});
+
+test('keyboard only: Tab to a field, change it, Enter saves; Enter flips a switch', async () => {
+    const { page, close } = await openPage(browser);
+
+    async function tabTo(id) {
+        for (let i = 0; i < 40; i++) {
+            await page.keyboard.press('Tab');
+            if (await page.evaluate(() => document.activeElement.id) === id)
+                return;
+        }
+        assert.fail(`#${id} is not reachable with Tab`);
+    }
+
+    await tabTo('mounting-height');
+    const ring = await page.evaluate(() => getComputedStyle(document.activeElement).outlineStyle);
+    assert.equal(ring, 'solid', 'a visible focus ring');
+    await page.keyboard.press('Control+A');
+    await page.keyboard.type('7.25');
+    await page.keyboard.press('Enter');
+    await page.waitForSelector('#mounting-height-message.done');
+    assert.equal(await page.evaluate(() => document.activeElement.id), 'mounting-height', 'the focus stays');
+    assert.equal((await get('getCameraMountingHeight')).value, 7.25);
+    assert.equal(readConf().camera.mounting_height, '7.25');
+
+    const homeBefore = (await get('getReturnToHomeEnabled')).value;
+    await tabTo('return-to-home-enabled');
+    await page.keyboard.press('Enter');
+    await eventually(async () => (await get('getReturnToHomeEnabled')).value !== homeBefore, 'return to home');
+    assert.equal(readConf().tracking.return_to_home_enabled, String(!homeBefore));
+    await close();
+});
+
+test('the offsets taken from where the camera points', async () => {
+    await cgi('setTrackingEnabled', { value: false });
+    await connectCamera();
+    await cameraControl('/position?pan=30&tilt=-4');
+    const { page, close } = await openPage(browser);
+
+    // The service knows the camera's position from its next report: try until it has it.
+    // The camera reports in single precision (30.000059).
+    const near = (value, degrees) => Math.abs(Number(value) - degrees) < 0.01;
+    for (const [channel, degrees] of [['pan', 30], ['tilt', -4]]) {
+        const field = `#${channel}-offset`;
+        await eventually(async () => {
+            await page.click(`${field} ~ button.take`);
+            await page.waitForSelector(`${field}-message:is(.done, .error)`);
+            return near(await page.inputValue(field), degrees);
+        }, `the camera's ${channel}`);
+        assert.match(await page.textContent(`${field}-message`), /^Taken from the camera: /);
+    }
+    assert.ok(near((await get('getCameraPanOffset')).value, 30));
+    assert.ok(near((await get('getCameraTiltOffset')).value, -4));
+    const camera = readConf().camera;
+    assert.ok(near(camera.pan_offset, 30) && near(camera.tilt_offset, -4), JSON.stringify(camera));
+    await close();
+});
+
+test('the page loads from the unit alone, without console errors, light and dark, laptop and phone', async () => {
+    const looks = [
+        { colorScheme: 'light', viewport: { width: 1280, height: 800 } },
+        { colorScheme: 'dark', viewport: { width: 360, height: 740 } },
+    ];
+    const backgrounds = [];
+    for (const options of looks) {
+        const { page, seen, close } = await openPage(browser, options);
+        // One refresh of the camera's state, as the page does every couple of seconds.
+        await page.waitForRequest((request) => request.postData()?.includes('getCameraConnection'));
+        assert.deepEqual(seen.requests.filter((url) => !url.startsWith(`${webUrl}/`)), []);
+        assert.deepEqual(seen.errors, []);
+        assert.equal(await page.textContent('#page-status'), '');
+        const fits = await page.evaluate(() => document.documentElement.scrollWidth <= window.innerWidth);
+        assert.ok(fits, `no sideways scrolling at ${options.viewport.width} px`);
+        backgrounds.push(await page.evaluate(() => getComputedStyle(document.body).backgroundColor));
+        await close();
+    }
+    assert.notEqual(backgrounds[0], backgrounds[1]);
+
+    const index = await fetch(`${webUrl}/`);
+    assert.match(index.headers.get('content-security-policy'), /default-src 'self'/);
+    assert.equal(index.headers.get('x-content-type-options'), 'nosniff');
+});
