@@ -50,7 +50,7 @@ test('settings changed on the page are in the answers and in the configuration f
     const types = await page.$$eval('#object-type-list input', (inputs) => inputs.map((input) => input.name));
     assert.deepEqual(types, ['human', 'vehicle', 'unknown']);
     const before = await get('getObjectTypesToTrack');
-    await page.getByLabel('Unidentified objects').click();
+    await page.getByRole('switch', { name: 'Unidentified objects' }).click();
     await eventually(async () => (await get('getObjectTypesToTrack')).unknown !== before.unknown, 'the unknown type');
     assert.deepEqual(await get('getObjectTypesToTrack'), { ...before, unknown: !before.unknown });
     assert.equal(readConf().tracking.unidentified_object_track, String(!before.unknown));
@@ -89,6 +89,13 @@ test('a refused value shows the API\'s message beside its field and changes noth
     assert.equal(await page.textContent('#zoom-degree-message'),
         'Invalid value \'100.1000\' for parameter \'value\' (error 300)');
     assert.equal(await page.inputValue('#zoom-degree'), String(zoom));
+
+    // The password is never read back: an address without one is not sent at all.
+    await page.fill('#camera-ip', '10.0.0.1');
+    await page.fill('#camera-pass', '');
+    await page.click('#connection-form button[type="submit"]');
+    await page.waitForSelector('#camera-pass-message.error');
+    assert.equal(await page.evaluate(() => document.activeElement.id), 'camera-pass');
 
     await page.fill('#camera-ip', '192.168.001.10');
     await page.fill('#camera-pass', 'secret');
