@@ -126,10 +126,17 @@ test('keyboard only: Tab to a field, change it, Enter saves; Enter flips a switc
     await tabTo('mounting-height');
     const ring = await page.evaluate(() => getComputedStyle(document.activeElement).outlineStyle);
     assert.equal(ring, 'solid', 'a visible focus ring');
+    // Whether the field was held still while its request ran.
+    await page.evaluate(() => {
+        const field = document.getElementById('mounting-height');
+        new MutationObserver(() => { window.heldWhileSaving ||= field.disabled; })
+            .observe(field, { attributes: true, attributeFilter: ['disabled'] });
+    });
     await page.keyboard.press('Control+A');
     await page.keyboard.type('7.25');
     await page.keyboard.press('Enter');
     await page.waitForSelector('#mounting-height-message.done');
+    assert.equal(await page.evaluate(() => window.heldWhileSaving), true);
     assert.equal(await page.evaluate(() => document.activeElement.id), 'mounting-height', 'the focus stays');
     assert.equal((await get('getCameraMountingHeight')).value, 7.25);
     assert.equal(readConf().camera.mounting_height, '7.25');
