@@ -51,12 +51,13 @@ TEST_F(Pid, LawStartsWithPureProportionalLimitsTheIntegralAndAppliesDeadBands)
         pid.update(6);
         EXPECT_FLOAT_EQ(pid.integral(), 4.0f);
         EXPECT_FLOAT_EQ(pid.output(), 6.0f);
-        // P saturated at +-100 leaves the integral no room beyond 0.
-        for (const float error : {150.0f, -150.0f}) {
-                clock_advance_us(1'000'000);
+        // The integral gets only the room that P leaves inside +-100, at either end:
+        // -50 leaves [-50, 150] (the candidate is 4 + (-50 + 28) x 5), 50 leaves [-150, 50].
+        for (const float error : {-50.0f, 50.0f}) {
+                clock_advance_us(5'000'000);
                 pid.update(error);
-                EXPECT_EQ(pid.integral(), 0.0f);
-                EXPECT_EQ(pid.output(), error > 0 ? 100.0f : -100.0f);
+                EXPECT_EQ(pid.integral(), error);
+                EXPECT_EQ(pid.output(), 2 * error);
         }
         pid.update(30);
         EXPECT_TRUE(std::isfinite(pid.output())) << "two updates in the same microsecond";
