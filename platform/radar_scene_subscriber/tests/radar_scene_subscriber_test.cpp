@@ -136,13 +136,19 @@ TEST_F(SubscriberTest, ReconnectsToARestartedProviderAndKeepsOldNamesReadable)
         EXPECT_STREQ(current[1], "Vehicle");
 }
 
-TEST_F(SubscriberTest, UnsubscribeEndsTheRetryWaitWithoutAProvider)
+TEST_F(SubscriberTest, UnsubscribeEndsTheRetryWaitAndTheNextSubscribeDeliversAgain)
 {
         subscriber_ = radar_scene_subscriber_create(0, 3, 0);
         radar_scene_subscriber_set_reconnect(subscriber_, 1);
-        ASSERT_EQ(radar_scene_subscriber_subscribe(subscriber_), 0);
+        ASSERT_EQ(radar_scene_subscriber_subscribe(subscriber_), 0); // no provider: retrying
         EXPECT_EQ(radar_scene_subscriber_unsubscribe(subscriber_), 0);
-        ASSERT_EQ(radar_scene_subscriber_subscribe(subscriber_), 0); // delete ends this one
+        // A provider without classification names still delivers scenes.
+        InProcessProvider provider(path_, {});
+        ASSERT_TRUE(provider.ok()) << provider.error();
+        subscribe(provider, 1);
+        const Bytes frame = {0, 0, 0, 5, 0x04};
+        provider.publisher().publish(frame.data(), frame.size());
+        EXPECT_TRUE(wait_for_frames(1));
 }
 
 } // namespace

@@ -212,8 +212,17 @@ TEST_F(RadarMetadataTest, FaultsAreLoggedOnceAndEndTheScene)
 
 // Scenes arrive on the subscriber's thread while the main loop rebuilds the zones, reads
 // the class mask, changes the class switches and runs the tracker: ThreadSanitizer checks it.
-TEST_F(RadarMetadataTest, EnabledOnceScenesFlowWhileZonesAreRebuilt)
+// A frame the handler rejects with a warning marks a point in the stream.
+TEST_F(RadarMetadataTest, ScenesFlowWhileZonesAreRebuiltAndAgainAfterOffOnAndAProviderRestart)
 {
+        const uint8_t marker[] = {0, 0, 0, 4};
+        auto markers_reach = [&](size_t n) {
+                const gint64 deadline = g_get_monotonic_time() + 10 * G_TIME_SPAN_SECOND;
+                while (log_.matching("Got invalid serialized scene size 4").size() < n &&
+                       g_get_monotonic_time() < deadline)
+                        g_thread_yield();
+                return log_.matching("Got invalid serialized scene size 4").size() == n;
+        };
         start();
         radar_metadata_set_enabled(FALSE); // never enabled: nothing to undo
         radar_metadata_request_enabled(TRUE);
@@ -223,10 +232,7 @@ TEST_F(RadarMetadataTest, EnabledOnceScenesFlowWhileZonesAreRebuilt)
         radar_metadata_set_enabled(TRUE); // a second subscribe would log an error
         ASSERT_TRUE(provider_->publisher().wait_for_accepted(2, 10000));
 
-        // A frame the handler rejects with a warning marks a point in the stream; the
-        // socket queues 10 packets, so batches wait for their marker.
-        const uint8_t marker[] = {0, 0, 0, 4};
-        const char marker_line[] = "Got invalid serialized scene size 4";
+        // The socket queues 10 packets, so each batch waits for its marker.
         constexpr size_t batches = 25;
         std::atomic<bool> finished{false};
         std::thread provider_side([&] {
@@ -239,10 +245,7 @@ TEST_F(RadarMetadataTest, EnabledOnceScenesFlowWhileZonesAreRebuilt)
                                 provider_->publisher().publish_scene(scene);
                         }
                         provider_->publisher().publish(marker, sizeof(marker));
-                        const gint64 deadline = g_get_monotonic_time() + 10 * G_TIME_SPAN_SECOND;
-                        while (log_.matching(marker_line).size() < b && g_get_monotonic_time() < deadline)
-                                g_thread_yield();
-                        if (log_.matching(marker_line).size() < b)
+                        if (!markers_reach(b))
                                 break;
                 }
                 finished = true;
@@ -257,8 +260,23 @@ TEST_F(RadarMetadataTest, EnabledOnceScenesFlowWhileZonesAreRebuilt)
                 tracker_get_target(&pan, &tilt, &width, 0.0f, 0.0f);
         }
         provider_side.join();
-        EXPECT_EQ(log_.matching(marker_line).size(), batches);
+        EXPECT_TRUE(markers_reach(batches));
 
+        radar_metadata_request_enabled(FALSE);
+        while (g_main_context_iteration(nullptr, FALSE))
+                ;
+        radar_metadata_set_enabled(TRUE);
+        ASSERT_TRUE(provider_->publisher().wait_for_accepted(3, 10000));
+        provider_->publisher().publish(marker, sizeof(marker));
+        EXPECT_TRUE(markers_reach(batches + 1)) << "switched off and on again";
+        provider_.reset();
+        provider_ = std::make_unique<InProcessProvider>(g_getenv("RADAR_SCENE_PROVIDER_SOCKET"), unit_classes);
+        ASSERT_TRUE(provider_->publisher().wait_for_accepted(1, 10000)) << "no reconnect";
+        provider_->publisher().publish(marker, sizeof(marker));
+        EXPECT_TRUE(markers_reach(batches + 2));
+
+        // Requests made before the loop runs share one slot: the last one wins, twice.
+        radar_metadata_request_enabled(TRUE);
         radar_metadata_request_enabled(FALSE);
         while (g_main_context_iteration(nullptr, FALSE))
                 ;
