@@ -144,6 +144,7 @@ TEST(SettingsLoad, FileValuesReachTheStoreInOrderAndEachChannelGetsItsOwnGains)
         // A channel's first step is kp x error alone; a second later the integral
         // ki x (e + |de| / 2) x dt and the derivative kd x de / dt join it.
         float pan = 0, tilt = 0, zoom = 0;
+        EXPECT_FALSE(tracker_get_target(&pan, &tilt, &zoom, 0, 0) || controller_is_active()) << "nothing to follow yet";
         controller_set_target(10, -10, 1);
         controller_update(0, 0, 1);
         controller_get_speeds(&pan, &tilt, &zoom);

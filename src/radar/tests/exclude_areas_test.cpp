@@ -67,6 +67,9 @@ TEST_F(ExcludeAreas, LowerAndLeftEdgesBelongToTheRingUpperAndRightEdgesDoNot)
         rebuild({{1, {{-0.6, -0.6}, {0.6, -0.6}, {0.6, 0.6}, {0.2, 0.6}, {0.2, -0.2}, {-0.2, -0.2}, {-0.2, 0.6},
                       {-0.6, 0.6}}}}, {{0, 0.3, false}, {0.4, 0.3, true}, {-0.4, 0.3, true}, {0, -0.4, true}});
 
+        // Two edges meeting halfway up count once at the height of their vertex.
+        rebuild({{1, {{0, -0.5}, {0.5, 0}, {0, 0.5}, {-0.5, 0}}}}, {{0, 0, true}, {-0.49, 0, true}, {-0.6, 0, false}, {0.6, 0, false}});
+
         // A slanted edge: the crossing abscissa is interpolated along it.
         rebuild({{1, {{0, 0}, {0.8, 0}, {0, 0.8}}}}, {{0.39, 0.4, true}, {0.41, 0.4, false}});
 }

@@ -84,6 +84,11 @@ TEST_F(Pid, AutotuneDerivesTheRuleGainsFromSteadyCycles)
         EXPECT_EQ(command, 7.0f);
         EXPECT_FALSE(pid.autotune_finished());
 
+        // A cycle may be as short as two samples: the next rise is sought right after the fall.
+        std::vector<AutotuneCycle> cycles;
+        autotune_extract_cycles({{5, 0}, {-5, 1}, {5, 2}, {-5, 3}, {5, 4}}, cycles);
+        EXPECT_EQ(cycles.size(), 2u);
+
         // A square wave of 10 peak to peak and 2 s period: the 13th upward crossing at 24 s
         // completes the 12th cycle. At the set point itself the relay pushes up.
         pid.autotune_start(0.0f, 35.0f);
