@@ -190,8 +190,11 @@ TEST_F(Persist, WithoutAKeyFileEveryAccessorReportsTheFailedCheckAndReturnsItsDe
         EXPECT_EQ(take(get_string("camera", "ip", "dflt", "m")), "dflt");
         set_boolean("tracking", "enabled", TRUE, "m");
         EXPECT_FALSE(persistent_set_camera_name("cam"));
+        gchar kept[] = "kept", *name = kept;
+        EXPECT_FALSE(persistent_get_camera_name(&name));
+        EXPECT_EQ(name, kept);
         const Lines lines = log.lines();
-        EXPECT_EQ(lines.size(), 4u);
+        EXPECT_EQ(lines.size(), 5u);
         for (const std::string &line : lines)
                 EXPECT_TRUE(line.starts_with("CRITICAL: ") && line.ends_with(": assertion 'key_file' failed")) << line;
         EXPECT_EQ(file_text(), "");

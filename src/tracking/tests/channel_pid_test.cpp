@@ -94,7 +94,8 @@ TEST_F(Pid, AutotuneDerivesTheRuleGainsFromSteadyCycles)
         pid.autotune_start(0.0f, 35.0f);
         pid.autotune_step(&command, 0.0f);
         EXPECT_EQ(command, 35.0f);
-        pid.autotune_start(0.0f, 35.0f); // discards that sample
+        pid.autotune_step(&command, 100.0f);
+        pid.autotune_start(0.0f, 35.0f); // discards those samples
         int64_t t = 0;
         while (!pid.autotune_step(&command, (t / 1000) % 2 == 0 ? 5.0f : -5.0f) && t < 30'000) {
                 t += 50;
