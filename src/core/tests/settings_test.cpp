@@ -155,6 +155,12 @@ TEST(SettingsLoad, FileValuesReachTheStoreInOrderAndEachChannelGetsItsOwnGains)
         EXPECT_EQ(pan, 2 * 5.0f + 0.5f * (5.0f + 2.5f) + 0.25f * -5.0f);
         EXPECT_EQ(tilt, 0.5f * -5.0f + 0.25f * (-5.0f + 2.5f) + 1 * 5.0f);
 
+        // The autotune drives pan and tilt only: the zoom command stays the caller's.
+        controller_autotune_start(10, 35, -10, 35, 5, 50);
+        zoom = 0.5f;
+        EXPECT_FALSE(controller_autotune_step(&pan, &tilt, &zoom, 20, 0, 1));
+        EXPECT_EQ(std::tuple(pan, tilt, zoom), std::tuple(-35.0f, -35.0f, 0.5f));
+
         settings_cleanup();
         EXPECT_TRUE(!get_ptz_controller() && !get_target_tracker());
         settings_get_camera_connection(&ip, &user, &pass);
