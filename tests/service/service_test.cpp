@@ -1,7 +1,10 @@
 #include "service_process.h"
 
+#include <glib/gstdio.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+
+#include <algorithm>
 
 namespace {
 
@@ -12,38 +15,76 @@ std::string last(const Lines &lines)
         return lines.empty() ? "(none)" : lines.back();
 }
 
-// The order and the once-only run of the lists are service_run's own (core_test); here the
-// real start-up and teardown lists meet the real peers.
-class QuitSignal : public ::testing::TestWithParam<int> {};
-
-TEST_P(QuitSignal, StopsCleanlyWithStatusZeroAfterTheWholeTeardownList)
+// Starts the service, stops it with the signal once it runs and checks that it stopped
+// cleanly after the whole teardown list; returns what it printed.
+Lines run_and_stop(const ServiceOptions &options, int signal)
 {
-        ServiceProcess service;
-        ASSERT_TRUE(service.wait_for_line("DEBUG: Running"));
-        service.send_signal(GetParam());
+        ServiceProcess service(options);
+        EXPECT_TRUE(service.wait_for_line("DEBUG: Running"));
+        service.send_signal(signal);
         EXPECT_EQ(service.wait_exit(), 0);
         EXPECT_EQ(last(service.matching("Tearing down: ")), "trelvo: DEBUG: Tearing down: settings_cleanup");
-        EXPECT_EQ(service.matching("ERROR"), Lines{});
-        EXPECT_EQ(service.matching("CRITICAL"), Lines{});
+        for (const char *level : {"ERROR", "CRITICAL", "WARNING"})
+                EXPECT_EQ(service.matching(level), Lines{});
+        return service.lines();
 }
 
-INSTANTIATE_TEST_SUITE_P(SigtermAndSigint, QuitSignal, ::testing::Values(SIGTERM, SIGINT));
-
-// The zone client is the first step that needs the system bus: with none to be found the
-// service stops there, says so once after the client's own reason, and still tears down.
-TEST(FailedSetup, WithoutABusStopsAtTheZoneClientWithStatusOne)
+// The order and the once-only run of the lists are service_run's own (core_test); here the
+// real lists meet the real configuration file and peers.
+TEST(Service, QuitSignalsStopItCleanlyAndTheConfigFileIsCreatedOnceThenLeftAlone)
 {
+        gchar *dir = g_dir_make_tmp("trelvo-conf-XXXXXX", nullptr);
+        const std::string file = std::string(dir) + "/trelvo.conf";
         ServiceOptions options;
-        options.bus = ServiceBus::none;
-        ServiceProcess service(options);
-        EXPECT_EQ(service.wait_exit(), 1);
-        const Lines errors = service.matching("ERROR");
-        ASSERT_EQ(errors.size(), 2u);
-        EXPECT_TRUE(errors[0].starts_with("trelvo: ERROR: Failed to get radar_zones proxy: ")) << errors[0];
-        EXPECT_EQ(errors[1], "trelvo: ERROR: Failed to init radar zones");
-        EXPECT_TRUE(service.matching("Running").empty());
-        EXPECT_EQ(last(service.matching("Setting up: ")), "trelvo: DEBUG: Setting up: radar_zones_init");
-        EXPECT_EQ(last(service.matching("Tearing down: ")), "trelvo: DEBUG: Tearing down: settings_cleanup");
+        options.conf_dir = dir;
+
+        // The first start creates the file; the load adds the zoom degree it lacks.
+        const Lines fresh = run_and_stop(options, SIGINT);
+        EXPECT_NE(std::find(fresh.begin(), fresh.end(), "trelvo: INFO: Setting zoom degree to 50.000000"), fresh.end());
+        gchar *created = nullptr;
+        ASSERT_TRUE(g_file_get_contents(file.c_str(), &created, nullptr, nullptr));
+        EXPECT_NE(std::string(created).find("tilt_kd=0\nname=\nzoom_degree=50\n\n[tracking]\n"), std::string::npos);
+        g_free(created);
+
+        // Every key the load reads is there now: nothing is saved (a save replaces the file).
+        GStatBuf before, after;
+        ASSERT_EQ(g_stat(file.c_str(), &before), 0);
+        run_and_stop(options, SIGTERM);
+        ASSERT_EQ(g_stat(file.c_str(), &after), 0);
+        EXPECT_EQ(before.st_ino, after.st_ino);
+        g_unlink(file.c_str());
+        g_rmdir(dir);
+        g_free(dir);
+}
+
+// The first step that fails stops the service after its reason and its own line; nothing
+// after it is set up, and the whole teardown list still runs.
+TEST(Service, AFailedStepStopsItWithStatusOne)
+{
+        ServiceOptions read_only, no_bus;
+        read_only.conf_read_only = true;
+        no_bus.bus = ServiceBus::none;
+        struct Case {
+                ServiceOptions options;
+                std::string reason, failure, step;
+        } cases[] = {
+                {read_only,
+                 "trelvo: WARNING: Failed to write configuration to file, path: " TRELVO_CONF_DIR "/trelvo.conf, error: ",
+                 "trelvo: ERROR: Failed to setup persistent", "persistent_setup"},
+                // The zone client is the first step that needs the system bus.
+                {no_bus, "trelvo: ERROR: Failed to get radar_zones proxy: ",
+                 "trelvo: ERROR: Failed to init radar zones", "radar_zones_init"},
+        };
+        for (const Case &c : cases) {
+                ServiceProcess service(c.options);
+                EXPECT_EQ(service.wait_exit(), 1) << c.step;
+                EXPECT_EQ(service.matching(c.reason).size(), 1u) << c.step;
+                EXPECT_EQ(service.matching(c.failure), Lines{c.failure});
+                EXPECT_EQ(last(service.matching("ERROR")), c.failure);
+                EXPECT_EQ(last(service.matching("Setting up: ")), "trelvo: DEBUG: Setting up: " + c.step);
+                EXPECT_EQ(last(service.matching("Tearing down: ")), "trelvo: DEBUG: Tearing down: settings_cleanup");
+                EXPECT_TRUE(service.matching("Running").empty() && service.matching("CRITICAL").empty()) << c.step;
+        }
 }
 
 } // namespace
