@@ -188,13 +188,18 @@ TEST_F(Persist, WithoutAKeyFileEveryAccessorReportsTheFailedCheckAndReturnsItsDe
         LogCapture log;
         EXPECT_EQ(get_double("camera", "pan_offset", 7.0, "m"), 7.0);
         EXPECT_EQ(take(get_string("camera", "ip", "dflt", "m")), "dflt");
+        EXPECT_EQ(get_boolean("tracking", "enabled", TRUE, "m"), TRUE);
+        EXPECT_EQ(get_integer("tracking", "return_to_home_timeout", 25, "m"), 25);
+        set_double("camera", "pan_offset", 1.0, "m");
+        set_string("camera", "ip", "x", "m");
         set_boolean("tracking", "enabled", TRUE, "m");
+        set_integer("tracking", "return_to_home_timeout", 1, "m");
         EXPECT_FALSE(persistent_set_camera_name("cam"));
         gchar kept[] = "kept", *name = kept;
         EXPECT_FALSE(persistent_get_camera_name(&name));
         EXPECT_EQ(name, kept);
         const Lines lines = log.lines();
-        EXPECT_EQ(lines.size(), 5u);
+        EXPECT_EQ(lines.size(), 10u);
         for (const std::string &line : lines)
                 EXPECT_TRUE(line.starts_with("CRITICAL: ") && line.ends_with(": assertion 'key_file' failed")) << line;
         EXPECT_EQ(file_text(), "");
