@@ -1,6 +1,7 @@
 #include "service_process.h"
 #include "sim_events_process.h"
 
+#include <glib/gstdio.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 
@@ -8,69 +9,89 @@
 
 namespace {
 
-// The teardown trace lines, in order.
-std::vector<std::string> teardown_trace(const ServiceProcess &service)
+using Lines = std::vector<std::string>;
+
+std::string last(const Lines &lines)
 {
-        return service.matching("Tearing down: ");
+        return lines.empty() ? "(none)" : lines.back();
 }
 
-class QuitSignal : public ::testing::TestWithParam<int> {};
-
-TEST_P(QuitSignal, StopsCleanlyWithStatusZeroAndTearsDownOnce)
+// Starts the service, stops it with the signal once it runs and checks that it stopped
+// cleanly after the whole teardown list; returns what it printed.
+Lines run_and_stop(const ServiceOptions &options, int signal)
 {
-        ServiceProcess service;
-        ASSERT_TRUE(service.wait_for_line("DEBUG: Running"));
-        service.send_signal(GetParam());
-        EXPECT_EQ(service.wait_exit(), 0);
-
-        const std::vector<std::string> trace = teardown_trace(service);
-        ASSERT_FALSE(trace.empty());
-        EXPECT_EQ(trace.back(), "trelvo: DEBUG: Tearing down: settings_cleanup");
-        // The connection event was declared at start-up and is withdrawn at shutdown.
-        const std::vector<SimEventCall> calls = service.events().log();
-        ASSERT_GE(calls.size(), 2u);
-        EXPECT_EQ(calls.front().method, "DeclareEvent");
-        EXPECT_EQ(calls.back().method, "UndeclareEvent");
-        EXPECT_EQ(calls.back().id, calls.front().id);
-        EXPECT_FALSE(calls.back().failed);
-        for (const std::string &line : service.lines()) {
-                EXPECT_EQ(line.find("ERROR"), std::string::npos) << line;
-                EXPECT_EQ(line.find("CRITICAL"), std::string::npos) << line;
-        }
-        // Each teardown exactly once.
-        std::vector<std::string> sorted = trace;
-        std::sort(sorted.begin(), sorted.end());
-        EXPECT_EQ(std::adjacent_find(sorted.begin(), sorted.end()), sorted.end());
-}
-
-INSTANTIATE_TEST_SUITE_P(SigtermAndSigint, QuitSignal, ::testing::Values(SIGTERM, SIGINT));
-
-// The event declaration is the first step that needs the system bus: with none to be
-// found the service stops there, says so once, and still tears everything down.
-TEST(FailedSetup, WithoutABusStopsAtTheEventDeclarationWithStatusOne)
-{
-        ServiceOptions options;
-        options.bus = ServiceBus::none;
         ServiceProcess service(options);
-        EXPECT_EQ(service.wait_exit(), 1);
+        EXPECT_TRUE(service.wait_for_line("DEBUG: Running"));
+        service.send_signal(signal);
+        EXPECT_EQ(service.wait_exit(), 0);
+        EXPECT_EQ(last(service.matching("Tearing down: ")), "trelvo: DEBUG: Tearing down: settings_cleanup");
+        for (const char *level : {"ERROR", "CRITICAL", "WARNING"})
+                EXPECT_EQ(service.matching(level), Lines{});
+        // The connection event declared at start-up is withdrawn at shutdown.
+        const std::vector<SimEventCall> calls = service.events().log();
+        EXPECT_TRUE(calls.size() >= 2 && calls.front().method == "DeclareEvent" &&
+                    calls.back().method == "UndeclareEvent" && calls.back().id == calls.front().id &&
+                    !calls.back().failed);
+        return service.lines();
+}
 
-        EXPECT_EQ(service.matching("ERROR"), std::vector<std::string>{"trelvo: ERROR: Failed to setup events"});
-        // Its reason is a warning of the event client's own.
-        const std::vector<std::string> warnings = service.matching("WARNING");
-        ASSERT_EQ(warnings.size(), 1u);
-        EXPECT_EQ(warnings[0].rfind("trelvo: WARNING: Failed to create proxy to data collection service: ", 0), 0u)
-                << warnings[0];
-        EXPECT_TRUE(service.matching("Running").empty());
-        const std::vector<std::string> setups = service.matching("Setting up: ");
-        ASSERT_FALSE(setups.empty());
-        EXPECT_EQ(setups.back(), "trelvo: DEBUG: Setting up: declare_state_event");
+// The order and the once-only run of the lists are service_run's own (core_test); here the
+// real lists meet the real configuration file and peers.
+TEST(Service, QuitSignalsStopItCleanlyAndTheConfigFileIsCreatedOnceThenLeftAlone)
+{
+        gchar *dir = g_dir_make_tmp("trelvo-conf-XXXXXX", nullptr);
+        const std::string file = std::string(dir) + "/trelvo.conf";
+        ServiceOptions options;
+        options.conf_dir = dir;
 
-        std::vector<std::string> trace = teardown_trace(service);
-        EXPECT_FALSE(trace.empty());
-        EXPECT_EQ(std::count(trace.begin(), trace.end(), "trelvo: DEBUG: Tearing down: radar_zones_cleanup"), 1);
-        EXPECT_EQ(std::count(trace.begin(), trace.end(), "trelvo: DEBUG: Tearing down: undeclare_state_event"), 1);
-        std::sort(trace.begin(), trace.end());
-        EXPECT_EQ(std::adjacent_find(trace.begin(), trace.end()), trace.end());
+        // The first start creates the file; the load adds the zoom degree it lacks, the camera
+        // link the zoom correction.
+        const Lines fresh = run_and_stop(options, SIGINT);
+        EXPECT_NE(std::find(fresh.begin(), fresh.end(), "trelvo: INFO: Setting zoom degree to 50.000000"), fresh.end());
+        gchar *created = nullptr;
+        ASSERT_TRUE(g_file_get_contents(file.c_str(), &created, nullptr, nullptr));
+        EXPECT_NE(std::string(created).find("tilt_kd=0\nname=\nzoom_degree=50\nzoom_correction=1\n\n[tracking]\n"), std::string::npos);
+        g_free(created);
+
+        // Every key the load reads is there now: nothing is saved (a save replaces the file).
+        GStatBuf before, after;
+        ASSERT_EQ(g_stat(file.c_str(), &before), 0);
+        run_and_stop(options, SIGTERM);
+        ASSERT_EQ(g_stat(file.c_str(), &after), 0);
+        EXPECT_EQ(before.st_ino, after.st_ino);
+        g_unlink(file.c_str());
+        g_rmdir(dir);
+        g_free(dir);
+}
+
+// The first step that fails stops the service after its reason and its own line; nothing
+// after it is set up, and the whole teardown list still runs.
+TEST(Service, AFailedStepStopsItWithStatusOne)
+{
+        ServiceOptions read_only, no_bus;
+        read_only.conf_read_only = true;
+        no_bus.bus = ServiceBus::none;
+        struct Case {
+                ServiceOptions options;
+                std::string reason, failure, step;
+        } cases[] = {
+                {read_only,
+                 "trelvo: WARNING: Failed to write configuration to file, path: " TRELVO_CONF_DIR "/trelvo.conf, error: ",
+                 "trelvo: ERROR: Failed to setup persistent", "persistent_setup"},
+                // The event declaration is the first step that needs the system bus.
+                {no_bus, "trelvo: WARNING: Failed to create proxy to data collection service: ",
+                 "trelvo: ERROR: Failed to setup events", "declare_state_event"},
+        };
+        for (const Case &c : cases) {
+                ServiceProcess service(c.options);
+                EXPECT_EQ(service.wait_exit(), 1) << c.step;
+                EXPECT_EQ(service.matching(c.reason).size(), 1u) << c.step;
+                EXPECT_EQ(service.matching(c.failure), Lines{c.failure});
+                EXPECT_EQ(last(service.matching("ERROR")), c.failure);
+                EXPECT_EQ(last(service.matching("Setting up: ")), "trelvo: DEBUG: Setting up: " + c.step);
+                EXPECT_EQ(last(service.matching("Tearing down: ")), "trelvo: DEBUG: Tearing down: settings_cleanup");
+                EXPECT_TRUE(service.matching("Running").empty() && service.matching("CRITICAL").empty()) << c.step;
+        }
 }
 
 } // namespace

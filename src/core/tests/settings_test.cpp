@@ -1,72 +1,83 @@
+#include "clock.h"
 #include "log_capture.h"
+#include "persistent.h"
 #include "settings.h"
+#include "settings_load.h"
+#include "tracking.h"
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 namespace {
+
+using Lines = std::vector<std::string>;
+
+template <typename T> std::string text(T value)
+{
+        return std::to_string(value);
+}
+
+std::string object_types()
+{
+        gboolean small = -1, human = -1, vehicle = -1, unidentified = -1;
+        settings_get_object_types(&small, &human, &vehicle, &unidentified);
+        return text(small) + text(human) + text(vehicle) + text(unidentified);
+}
 
 // Must run before any test sets a value: the store is one process-wide instance.
 TEST(SettingsStoreFresh, GettersReturnInitialValuesBeforeLoad)
 {
-        EXPECT_EQ(settings_get_mounting_height(), 4.0);
-        EXPECT_EQ(settings_get_zoom_degree(), 100.0);
-        EXPECT_EQ(settings_get_pan_offset(), 0.0);
-        EXPECT_EQ(settings_get_tilt_offset(), 0.0);
-        EXPECT_EQ(settings_get_return_to_home_enabled(), FALSE);
-        EXPECT_EQ(settings_get_return_to_home_timeout(), 25);
-        gboolean small = -1, human = -1, vehicle = -1, unidentified = -1;
-        settings_get_object_types(&small, &human, &vehicle, &unidentified);
-        EXPECT_EQ(small, FALSE);
-        EXPECT_EQ(human, TRUE);
-        EXPECT_EQ(vehicle, TRUE);
-        EXPECT_EQ(unidentified, FALSE);
-
+        EXPECT_EQ((std::vector<double>{settings_get_mounting_height(), settings_get_zoom_degree(),
+                                       settings_get_pan_offset(), settings_get_tilt_offset(),
+                                       static_cast<double>(settings_get_return_to_home_enabled()),
+                                       static_cast<double>(settings_get_return_to_home_timeout())}),
+                  (std::vector<double>{4.0, 100.0, 0.0, 0.0, 0.0, 25.0}));
+        EXPECT_EQ(object_types(), "0110");
         gchar *ip = nullptr, *user = nullptr, *pass = nullptr;
         settings_get_camera_connection(&ip, &user, &pass);
-        EXPECT_EQ(ip, nullptr);
-        EXPECT_EQ(user, nullptr);
-        EXPECT_EQ(pass, nullptr);
+        EXPECT_TRUE(!ip && !user && !pass);
 }
 
-TEST(SettingsStore, SettersLogTheirLineBeforeStoring)
+// The getter's answer at the moment the setter's line is logged.
+std::function<std::string()> probe;
+Lines probed;
+
+void probe_while_logging(const gchar *, GLogLevelFlags, const gchar *, gpointer)
 {
-        LogCapture log;
-        settings_set_mounting_height(6.5);
-        settings_set_return_to_home_enabled(TRUE);
-        settings_set_object_types(TRUE, FALSE, TRUE, FALSE);
-        settings_set_return_to_home_timeout(300);
-        settings_set_pan_offset(-12.25);
-        settings_set_tilt_offset(3.0);
-        settings_set_zoom_degree(50.0);
+        probed.push_back(probe());
+}
 
-        const std::vector<std::string> expected = {
-                "INFO: Setting mounting height to 6.500000",
-                "INFO: Setting return to home enabled status to 1 (0=false, 1=true)",
-                "INFO: Setting object types to track - small:1, human:0, vehicle:1, unidentified:0",
-                "INFO: Setting return to home timeout to 300",
-                "INFO: Setting pan offset to -12.250000",
-                "INFO: Setting tilt offset to 3.000000",
-                "INFO: Setting zoom degree to 50.000000",
+TEST(SettingsStore, EachSetterLogsOneLineBeforeTheValueIsStored)
+{
+        const std::vector<std::pair<std::function<void()>, std::function<std::string()>>> setters = {
+                {[] { settings_set_mounting_height(6.5); }, [] { return text(settings_get_mounting_height()); }},
+                {[] { settings_set_return_to_home_enabled(TRUE); },
+                 [] { return text(settings_get_return_to_home_enabled()); }},
+                {[] { settings_set_object_types(TRUE, FALSE, TRUE, TRUE); }, object_types},
+                {[] { settings_set_return_to_home_timeout(300); },
+                 [] { return text(settings_get_return_to_home_timeout()); }},
+                {[] { settings_set_pan_offset(-12.25); }, [] { return text(settings_get_pan_offset()); }},
+                {[] { settings_set_tilt_offset(3.0); }, [] { return text(settings_get_tilt_offset()); }},
+                {[] { settings_set_zoom_degree(50.0); }, [] { return text(settings_get_zoom_degree()); }},
         };
-        EXPECT_EQ(log.lines(), expected);
-
-        EXPECT_EQ(settings_get_mounting_height(), 6.5);
-        EXPECT_EQ(settings_get_return_to_home_enabled(), TRUE);
-        EXPECT_EQ(settings_get_return_to_home_timeout(), 300);
-        EXPECT_EQ(settings_get_pan_offset(), -12.25);
-        EXPECT_EQ(settings_get_tilt_offset(), 3.0);
-        EXPECT_EQ(settings_get_zoom_degree(), 50.0);
-        gboolean small, human, vehicle, unidentified;
-        settings_get_object_types(&small, &human, &vehicle, &unidentified);
-        EXPECT_EQ((std::vector<gboolean>{small, human, vehicle, unidentified}),
-                  (std::vector<gboolean>{TRUE, FALSE, TRUE, FALSE}));
+        g_log_set_default_handler(probe_while_logging, nullptr);
+        for (const auto &[set, get] : setters) {
+                const std::string before = get();
+                probe = get;
+                probed.clear();
+                set();
+                EXPECT_EQ(probed, Lines{before});
+                EXPECT_NE(get(), before);
+        }
+        g_log_set_default_handler(g_log_default_handler, nullptr);
 }
 
 TEST(SettingsStore, ConnectionTripleComparesNullApartFromEmptyAndNeverLogsThePassword)
 {
         LogCapture log;
         settings_set_camera_connection("10.0.0.5", "admin", "s3cret");
-        EXPECT_EQ(log.lines(), std::vector<std::string>{"INFO: Setting connection to admin@10.0.0.5"});
+        EXPECT_EQ(log.lines(), Lines{"INFO: Setting connection to admin@10.0.0.5"});
 
         // The same triple again: nothing replaced, nothing logged.
         log.clear();
@@ -97,28 +108,67 @@ TEST(SettingsStore, ConnectionTripleComparesNullApartFromEmptyAndNeverLogsThePas
         g_free(pass);
 }
 
-TEST(SettingsStore, ConnectionIsCopiedInAndOut)
+// Runs in the rig's sandbox, where the configuration directory is a private tmpfs.
+TEST(SettingsLoad, FileValuesReachTheStoreInOrderAndEachChannelGetsItsOwnGains)
 {
-        gchar ip[] = "192.168.0.90";
-        gchar user[] = "operator";
-        gchar pass[] = "pw";
-        settings_set_camera_connection(ip, user, pass);
-        ip[0] = 'X';
-        user[0] = 'X';
-        pass[0] = 'X';
+        const std::string path = TRELVO_CONF_DIR "/trelvo.conf";
+        // The password is "s3cret", encrypted for the sandbox's eth0. No zoom_degree: the
+        // load reads its default and writes it back.
+        ASSERT_TRUE(g_file_set_contents(path.c_str(),
+                                        "[camera]\nmounting_height=7.5\npan_offset=-30.25\ntilt_offset=2.5\n"
+                                        "ip=10.0.0.7\nuser=op\npass=61bb09aa7cd86abc3df65e7bb9f677e7\n"
+                                        "pan_kp=2\npan_ki=0.5\npan_kd=0.25\ntilt_kp=0.5\ntilt_ki=0.25\ntilt_kd=1\n\n"
+                                        "[tracking]\nreturn_to_home_enabled=true\nreturn_to_home_timeout=120\n"
+                                        "small_object_track=true\nhuman_object_track=false\n"
+                                        "vehicle_object_track=true\nunidentified_object_track=true\n",
+                                        -1, nullptr))
+                << "run inside tests/rig/sandbox (ctest does)";
+        ASSERT_TRUE(persistent_setup());
+        clock_use_manual(1'000'000'000);
+        LogCapture log;
+        settings_load();
+        Lines expected = {"connection to op@10.0.0.7", "mounting height to 7.500000",
+                          "object types to track - small:1, human:0, vehicle:1, unidentified:1",
+                          "return to home enabled status to 1 (0=false, 1=true)", "return to home timeout to 120",
+                          "pan offset to -30.250000", "tilt offset to 2.500000", "zoom degree to 50.000000"};
+        for (std::string &line : expected)
+                line = "INFO: Setting " + line;
+        EXPECT_EQ(log.lines(), expected);
+        gchar *ip = nullptr, *user = nullptr, *pass = nullptr, *saved = nullptr;
+        settings_get_camera_connection(&ip, &user, &pass);
+        EXPECT_STREQ(pass, "s3cret");
+        ASSERT_TRUE(g_file_get_contents(path.c_str(), &saved, nullptr, nullptr));
+        EXPECT_NE(std::string(saved).find("\nzoom_degree=50\n"), std::string::npos);
+        g_free(saved);
 
-        gchar *out_ip = nullptr, *out_user = nullptr, *out_pass = nullptr;
-        settings_get_camera_connection(&out_ip, &out_user, &out_pass);
-        EXPECT_STREQ(out_ip, "192.168.0.90");
-        EXPECT_STREQ(out_user, "operator");
-        EXPECT_STREQ(out_pass, "pw");
-        out_ip[0] = 'Y';
+        // A channel's first step is kp x error alone; a second later the integral
+        // ki x (e + |de| / 2) x dt and the derivative kd x de / dt join it.
+        float pan = 0, tilt = 0, zoom = 0;
+        EXPECT_FALSE(tracker_get_target(&pan, &tilt, &zoom, 0, 0) || controller_is_active()) << "nothing to follow yet";
+        tracker_set_guard_tour_enabled(TRUE);
+        EXPECT_TRUE(tracker_get_guard_tour_enabled());
+        controller_set_target(10, -10, 1);
+        controller_update(0, 0, 1);
+        controller_get_speeds(&pan, &tilt, &zoom);
+        EXPECT_EQ(std::pair(pan, tilt), std::pair(2 * 10.0f, 0.5f * -10.0f));
+        clock_advance_us(1'000'000);
+        controller_update(5, -5, 1);
+        controller_get_speeds(&pan, &tilt, &zoom);
+        EXPECT_EQ(pan, 2 * 5.0f + 0.5f * (5.0f + 2.5f) + 0.25f * -5.0f);
+        EXPECT_EQ(tilt, 0.5f * -5.0f + 0.25f * (-5.0f + 2.5f) + 1 * 5.0f);
 
-        gchar *again_ip = nullptr, *again_user = nullptr, *again_pass = nullptr;
-        settings_get_camera_connection(&again_ip, &again_user, &again_pass);
-        EXPECT_STREQ(again_ip, "192.168.0.90");
-        for (gchar *s : {out_ip, out_user, out_pass, again_ip, again_user, again_pass})
-                g_free(s);
+        // The autotune drives pan and tilt only: the zoom command stays the caller's.
+        controller_autotune_start(10, 35, -10, 35, 5, 50);
+        zoom = 0.5f;
+        EXPECT_FALSE(controller_autotune_step(&pan, &tilt, &zoom, 20, 0, 1));
+        EXPECT_EQ(std::tuple(pan, tilt, zoom), std::tuple(-35.0f, -35.0f, 0.5f));
+
+        settings_cleanup();
+        EXPECT_TRUE(!get_ptz_controller() && !get_target_tracker());
+        settings_get_camera_connection(&ip, &user, &pass);
+        EXPECT_TRUE(!ip && !user && !pass);
+        persistent_cleanup();
+        clock_use_real();
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <linux/magic.h>
 #include <signal.h>
+#include <sstream>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
@@ -65,22 +66,54 @@ protected:
         bool in_sandbox_ = false;
 };
 
-TEST_F(Persist, NewFileHoldsTheDefaultsInOrderOwnerOnlyAndEverySettingSurvivesAReload)
+// Every persisted value, read through its getter.
+std::string read_all()
+{
+        double d[10];
+        persistent_get_mounting_height(&d[0]);
+        persistent_get_pan_offset(&d[1]);
+        persistent_get_tilt_offset(&d[2]);
+        gchar *ip = nullptr, *user = nullptr, *pass = nullptr, *name = nullptr;
+        persistent_get_camera_connection(&ip, &user, &pass);
+        persistent_get_pan_pid(&d[3], &d[4], &d[5]);
+        persistent_get_tilt_pid(&d[6], &d[7], &d[8]);
+        persistent_get_zoom_degree(&d[9]);
+        std::ostringstream out;
+        out << take(ip) << "|" << take(user) << "|" << take(pass) << "|";
+        for (const double value : d)
+                out << value << " ";
+        out << persistent_get_zoom_correction() << " | ";
+        gboolean b[7];
+        b[0] = persistent_get_tracking_enabled();
+        b[1] = persistent_get_guard_tour_enabled();
+        out << persistent_get_guard_tour_time() << " ";
+        persistent_get_return_to_home_enabled(&b[2]);
+        int timeout = 0;
+        persistent_get_return_to_home_timeout(&timeout);
+        persistent_get_object_types(&b[3], &b[4], &b[5], &b[6]);
+        out << timeout << " ";
+        for (const gboolean value : b)
+                out << value;
+        const gboolean named = persistent_get_camera_name(&name);
+        out << " | " << named << " " << take(name);
+        return out.str();
+}
+
+const std::string camera_defaults = "mounting_height=4\npan_offset=0\ntilt_offset=0\nip=\nuser=\npass=\n"
+                                    "pan_kp=1\npan_ki=0\npan_kd=0\ntilt_kp=1\ntilt_ki=0\ntilt_kd=0\n";
+const std::string tracking_defaults = "\n[tracking]\nenabled=false\nguard_tour_enabled=false\nguard_tour_time=4\n"
+                                      "return_to_home_enabled=false\nreturn_to_home_timeout=25\n"
+                                      "small_object_track=false\nhuman_object_track=true\n"
+                                      "vehicle_object_track=true\nunidentified_object_track=false\n";
+
+TEST_F(Persist, NewFileHoldsTheDefaultsOwnerOnlyAndEverySettingSurvivesAReload)
 {
         LogCapture log;
         ASSERT_TRUE(persistent_setup());
         struct stat info;
         ASSERT_EQ(stat(path.c_str(), &info), 0);
         EXPECT_EQ(info.st_mode & 0777, 0600u);
-        double zoom = 0.0;
-        persistent_get_zoom_degree(&zoom);
-        EXPECT_EQ(zoom + persistent_get_zoom_correction(), 51.0);
-        EXPECT_EQ(file_text(), "[camera]\nmounting_height=4\npan_offset=0\ntilt_offset=0\nip=\nuser=\npass=\n"
-                               "pan_kp=1\npan_ki=0\npan_kd=0\ntilt_kp=1\ntilt_ki=0\ntilt_kd=0\nname=\n"
-                               "zoom_degree=50\nzoom_correction=1\n\n[tracking]\nenabled=false\n"
-                               "guard_tour_enabled=false\nguard_tour_time=4\nreturn_to_home_enabled=false\n"
-                               "return_to_home_timeout=25\nsmall_object_track=false\nhuman_object_track=true\n"
-                               "vehicle_object_track=true\nunidentified_object_track=false\n");
+        EXPECT_EQ(file_text(), "[camera]\n" + camera_defaults + "name=\n" + tracking_defaults);
 
         persistent_set_camera_connection("192.168.0.90", "operator", "pa ss=wörd");
         persistent_set_mounting_height(7.25);
@@ -101,50 +134,42 @@ TEST_F(Persist, NewFileHoldsTheDefaultsInOrderOwnerOnlyAndEverySettingSurvivesAR
 
         persistent_cleanup();
         ASSERT_TRUE(persistent_setup());
-        gchar *ip = nullptr, *user = nullptr, *pass = nullptr, *name = nullptr;
-        persistent_get_camera_connection(&ip, &user, &pass);
-        EXPECT_TRUE(persistent_get_camera_name(&name));
-        EXPECT_EQ(take(ip) + "|" + take(user) + "|" + take(pass) + "|" + take(name),
-                  "192.168.0.90|operator|pa ss=wörd|Q6075");
-        double d[10];
-        persistent_get_mounting_height(&d[0]);
-        persistent_get_pan_offset(&d[1]);
-        persistent_get_tilt_offset(&d[2]);
-        persistent_get_zoom_degree(&d[3]);
-        persistent_get_pan_pid(&d[4], &d[5], &d[6]);
-        persistent_get_tilt_pid(&d[7], &d[8], &d[9]);
-        EXPECT_EQ(std::vector<double>(d, d + 10),
-                  (std::vector<double>{7.25, -359.5, 9.75, 0.0, 0.5, 0.25, 0.125, 2.0, 0.0, 1e-6}));
-        gboolean b[7];
-        int timeout = 0;
-        persistent_get_object_types(&b[0], &b[1], &b[2], &b[3]);
-        persistent_get_return_to_home_enabled(&b[4]);
-        persistent_get_return_to_home_timeout(&timeout);
-        b[5] = persistent_get_tracking_enabled();
-        b[6] = persistent_get_guard_tour_enabled();
-        EXPECT_EQ(std::vector<gboolean>(b, b + 7), (std::vector<gboolean>{TRUE, FALSE, FALSE, TRUE, TRUE, TRUE, TRUE}));
-        EXPECT_EQ(timeout, 300);
-        EXPECT_EQ(persistent_get_zoom_correction(), 0.5);
-        EXPECT_EQ(persistent_get_guard_tour_time(), 4.7f); // the tracker's single precision
+        EXPECT_EQ(read_all(), "192.168.0.90|operator|pa ss=wörd|7.25 -359.5 9.75 0.5 0.25 0.125 2 0 1e-06 0 0.5 | "
+                              "4.7 300 1111001 | 1 Q6075");
         EXPECT_TRUE(log.lines().empty());
 }
 
-TEST_F(Persist, MissingKeysAreFilledInOtherReadFailuresOnlyLogged)
+TEST_F(Persist, EveryMissingKeyReadsAsItsDefaultAndIsWrittenBack)
 {
-        g_file_set_contents(path.c_str(), "[camera]\nmounting_height=high\npass=\n", -1, nullptr);
+        const std::string full =
+                "[camera]\n" + camera_defaults + "zoom_degree=50\nzoom_correction=1\n" + tracking_defaults;
+        LogCapture log;
+        // One key missing at a time, so that its own read is the only one that saves.
+        std::istringstream lines(full);
+        for (std::string line; std::getline(lines, line);) {
+                if (line.find('=') == std::string::npos)
+                        continue;
+                std::string without = full;
+                without.erase(without.find("\n" + line + "\n"), line.size() + 1);
+                ASSERT_TRUE(g_file_set_contents(path.c_str(), without.c_str(), -1, nullptr));
+                ASSERT_TRUE(persistent_setup());
+                // The camera name has no default: it stays missing.
+                EXPECT_EQ(read_all(), "|||4 0 0 1 0 0 1 0 0 50 1 | 4 25 0000110 | 0 ") << line;
+                EXPECT_NE(file_text().find("\n" + line + "\n"), std::string::npos) << line;
+        }
+        EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(Persist, OtherReadFailuresAreLoggedAndLeaveTheFileAlone)
+{
+        g_file_set_contents(path.c_str(), "[camera]\nmounting_height=high\n", -1, nullptr);
         ASSERT_TRUE(persistent_setup());
         LogCapture log;
         EXPECT_FALSE(persistent_get_tracking_enabled()); // no such group
         double height = 0.0;
         persistent_get_mounting_height(&height); // not a number
         EXPECT_EQ(height, 4.0);
-        gchar stale[] = "stale", *name = stale;
-        EXPECT_FALSE(persistent_get_camera_name(&name)); // silent, no default
-        EXPECT_EQ(name, nullptr);
-        gchar *ip = nullptr, *user = nullptr, *pass = nullptr;
-        persistent_get_camera_connection(&ip, &user, &pass);
-        EXPECT_EQ(take(ip) + take(user) + take(pass), "");
-        EXPECT_EQ(file_text(), "[camera]\nmounting_height=high\npass=\nip=\nuser=\n");
+        EXPECT_EQ(file_text(), "[camera]\nmounting_height=high\n");
         expect_lines(log.lines(), {"WARNING: Failed to read tracking enabled from file " + path + ", error(4): *",
                                    "WARNING: Failed to read camera mounting height from file " + path + ", error(5): *"});
 
@@ -158,19 +183,25 @@ TEST_F(Persist, MissingKeysAreFilledInOtherReadFailuresOnlyLogged)
         EXPECT_EQ(file_text(), "[camera]\npan_offset=12.5\n");
 }
 
-TEST_F(Persist, WithoutAKeyFileEveryAccessorReportsItselfAndReturnsItsDefault)
+TEST_F(Persist, WithoutAKeyFileEveryAccessorReportsTheFailedCheckAndReturnsItsDefault)
 {
         LogCapture log;
         EXPECT_EQ(get_double("camera", "pan_offset", 7.0, "m"), 7.0);
         EXPECT_EQ(take(get_string("camera", "ip", "dflt", "m")), "dflt");
+        EXPECT_EQ(get_boolean("tracking", "enabled", TRUE, "m"), TRUE);
+        EXPECT_EQ(get_integer("tracking", "return_to_home_timeout", 25, "m"), 25);
+        set_double("camera", "pan_offset", 1.0, "m");
+        set_string("camera", "ip", "x", "m");
         set_boolean("tracking", "enabled", TRUE, "m");
+        set_integer("tracking", "return_to_home_timeout", 1, "m");
         EXPECT_FALSE(persistent_set_camera_name("cam"));
-        const std::string failed = ": assertion 'key_file' failed";
-        EXPECT_EQ(log.lines(),
-                  (Lines{"CRITICAL: double get_double(const gchar*, const gchar*, double, const gchar*)" + failed,
-                         "CRITICAL: gchar* get_string(const gchar*, const gchar*, const gchar*, const gchar*)" + failed,
-                         "CRITICAL: void set_boolean(const gchar*, const gchar*, gboolean, const gchar*)" + failed,
-                         "CRITICAL: gboolean persistent_set_camera_name(const gchar*)" + failed}));
+        gchar kept[] = "kept", *name = kept;
+        EXPECT_FALSE(persistent_get_camera_name(&name));
+        EXPECT_EQ(name, kept);
+        const Lines lines = log.lines();
+        EXPECT_EQ(lines.size(), 10u);
+        for (const std::string &line : lines)
+                EXPECT_TRUE(line.starts_with("CRITICAL: ") && line.ends_with(": assertion 'key_file' failed")) << line;
         EXPECT_EQ(file_text(), "");
 }
 

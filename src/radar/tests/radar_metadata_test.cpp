@@ -11,6 +11,7 @@
 #include <glib/gstdio.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -47,6 +48,11 @@ Object *add_object(Scene &scene, uint32_t id, float azimuth, uint32_t class_id =
         object->mutable_position()->set_y(azimuth);
         object->mutable_labels()->add_labels()->set_id(class_id);
         return object;
+}
+
+Label *first_label(Object *object)
+{
+        return object->mutable_labels()->mutable_labels(0);
 }
 
 // Hands over a malloc'ed copy, as the subscriber does.
@@ -137,7 +143,9 @@ TEST_F(RadarMetadataTest, FiltersSkipSilentlyAndTheSweepRemovesWhatTheLatestScen
         start();
         set_zone(true);
         Scene first;
-        add_object(first, 1, 20.0f);
+        // A name long enough that the frame length needs three of its four bytes.
+        first_label(add_object(first, 1, 20.0f))->set_name(std::string(70000, 'x'));
+        add_object(first, 0, 25.0f, 0); // id 0 and class index 0 are values, not absences
         add_object(first, 2, 30.0f, human, 0.0f, 0.8f)->clear_position(); // excluded: no message
         add_object(first, 3, 40.0f, small_object);                         // the small switch is off
         add_object(first, 4, 50.0f, 1);                                    // RawAssociated is always followed
@@ -148,7 +156,7 @@ TEST_F(RadarMetadataTest, FiltersSkipSilentlyAndTheSweepRemovesWhatTheLatestScen
         handle(first);
         EXPECT_EQ(log_.lines(), Lines{"ERROR: got scene without a polar position"});
         auto targets = radar_targets();
-        ASSERT_EQ(targets.size(), 4u);
+        ASSERT_EQ(targets.size(), 5u);
         // Range 10 at mounting height 4: azimuth becomes pan, tilt from the range.
         EXPECT_FLOAT_EQ(targets.at(1).pan, 20.0f);
         EXPECT_NEAR(targets.at(1).tilt, -16.699245f, 1e-4f);
@@ -166,7 +174,7 @@ TEST_F(RadarMetadataTest, FiltersSkipSilentlyAndTheSweepRemovesWhatTheLatestScen
         targets = radar_targets();
         EXPECT_TRUE(targets.at(1).present);
         EXPECT_FLOAT_EQ(targets.at(1).pan, 12.0f);
-        EXPECT_FALSE(targets.at(4).present || targets.at(5).present || targets.at(8).present);
+        EXPECT_FALSE(targets.at(0).present || targets.at(4).present || targets.at(5).present || targets.at(8).present);
 
         Scene empty;
         empty.set_time(1);
@@ -175,22 +183,39 @@ TEST_F(RadarMetadataTest, FiltersSkipSilentlyAndTheSweepRemovesWhatTheLatestScen
         EXPECT_EQ(log_.matching("ERROR").size(), 1u);
 }
 
-// A faulty object ends the walk after the objects before it were taken; a rejected frame
-// sweeps every known object. Fresh ids per case: a target reported gone stays gone.
+// A faulty object ends the walk after the objects before it were taken; the first fault in
+// check order is the one reported. A rejected frame sweeps every known object. Fresh ids
+// per case: a target reported gone stays gone.
 TEST_F(RadarMetadataTest, FaultsAreLoggedOnceAndEndTheScene)
 {
         start();
+        const std::string no_class = "ERROR: got object without classification";
+        const std::string bad_class = "ERROR: got object with classification error";
+        const std::string unparsed = "WARNING: Failed to read deserialize scene from provider";
+        Scene named;
+        first_label(add_object(named, 1, 20.0f))->set_name("\xC3\xA9");
+        std::vector<uint8_t> bad_utf8 = scene_publisher_frame(named), uncounted = bad_utf8;
+        *std::find(bad_utf8.begin(), bad_utf8.end(), 0xA9) = 0x28;
+        uncounted[3] -= 4; // a writer that forgot that the length counts itself cuts the object
         const std::vector<std::tuple<void (*)(Object *), std::vector<uint8_t>, std::string>> cases = {
-                {[](Object *o) { o->clear_id(); }, {}, "ERROR: got object without id"},
-                {[](Object *o) { o->clear_bounding_box(); }, {}, "ERROR: got scene without a box"},
-                {[](Object *o) { o->clear_labels(); }, {}, "ERROR: got object without classification"},
-                {[](Object *o) { o->mutable_labels()->mutable_labels(0)->set_id(6); }, {},
-                 "ERROR: got object with classification error"},
+                {[](Object *o) { o->clear_id(), o->clear_bounding_box(); }, {}, "ERROR: got object without id"},
+                {[](Object *o) { o->clear_bounding_box(), o->clear_position(); }, {}, "ERROR: got scene without a box"},
+                {[](Object *o) { o->clear_position(), o->clear_labels(); }, {}, "ERROR: got scene without a polar position"},
+                {[](Object *o) { o->clear_labels(); }, {}, no_class},
+                {[](Object *o) { o->mutable_labels()->clear_labels(); }, {}, no_class},
+                // Only the first label counts; its id is a signed index below the number of names.
+                {[](Object *o) { first_label(o)->clear_id(), o->mutable_labels()->add_labels()->set_id(3); }, {}, no_class},
+                {[](Object *o) { first_label(o)->set_id(6); }, {}, bad_class},
+                {[](Object *o) { first_label(o)->set_id(0xFFFFFFFF); }, {}, bad_class},
+                {[](Object *o) { first_label(o)->set_id(0x80000000); }, {}, bad_class},
+                {nullptr, {0, 0, 0, 0}, "WARNING: Got invalid serialized scene size 0 from provider"},
                 {nullptr, {0, 0, 0, 4}, "WARNING: Got invalid serialized scene size 4 from provider"},
-                {nullptr, {0, 0, 0, 9, 0x1A, 0x07, 0x08, 0x01, 0x00},
-                 "WARNING: Failed to read deserialize scene from provider"},
+                {nullptr, {0, 0, 0, 5, 0x08}, unparsed}, // a tag without its value
+                {nullptr, {0, 0, 0, 10, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, unparsed},
+                {nullptr, uncounted, unparsed},
+                {nullptr, bad_utf8, unparsed},
                 // What the subscriber makes of a packet that claims more than it carries.
-                {nullptr, {0, 0, 0, 10, 0x08, 0x01, 0, 0, 0, 0}, "WARNING: Failed to read deserialize scene from provider"},
+                {nullptr, {0, 0, 0, 10, 0x08, 0x01, 0, 0, 0, 0}, unparsed},
         };
         uint32_t id = 0;
         for (const auto &[spoil, frame, line] : cases) {
@@ -212,8 +237,17 @@ TEST_F(RadarMetadataTest, FaultsAreLoggedOnceAndEndTheScene)
 
 // Scenes arrive on the subscriber's thread while the main loop rebuilds the zones, reads
 // the class mask, changes the class switches and runs the tracker: ThreadSanitizer checks it.
-TEST_F(RadarMetadataTest, EnabledOnceScenesFlowWhileZonesAreRebuilt)
+// A frame the handler rejects with a warning marks a point in the stream.
+TEST_F(RadarMetadataTest, ScenesFlowWhileZonesAreRebuiltAndAgainAfterOffOnAndAProviderRestart)
 {
+        const uint8_t marker[] = {0, 0, 0, 4};
+        auto markers_reach = [&](size_t n) {
+                const gint64 deadline = g_get_monotonic_time() + 10 * G_TIME_SPAN_SECOND;
+                while (log_.matching("Got invalid serialized scene size 4").size() < n &&
+                       g_get_monotonic_time() < deadline)
+                        g_thread_yield();
+                return log_.matching("Got invalid serialized scene size 4").size() == n;
+        };
         start();
         radar_metadata_set_enabled(FALSE); // never enabled: nothing to undo
         radar_metadata_request_enabled(TRUE);
@@ -223,10 +257,7 @@ TEST_F(RadarMetadataTest, EnabledOnceScenesFlowWhileZonesAreRebuilt)
         radar_metadata_set_enabled(TRUE); // a second subscribe would log an error
         ASSERT_TRUE(provider_->publisher().wait_for_accepted(2, 10000));
 
-        // A frame the handler rejects with a warning marks a point in the stream; the
-        // socket queues 10 packets, so batches wait for their marker.
-        const uint8_t marker[] = {0, 0, 0, 4};
-        const char marker_line[] = "Got invalid serialized scene size 4";
+        // The socket queues 10 packets, so each batch waits for its marker.
         constexpr size_t batches = 25;
         std::atomic<bool> finished{false};
         std::thread provider_side([&] {
@@ -239,10 +270,7 @@ TEST_F(RadarMetadataTest, EnabledOnceScenesFlowWhileZonesAreRebuilt)
                                 provider_->publisher().publish_scene(scene);
                         }
                         provider_->publisher().publish(marker, sizeof(marker));
-                        const gint64 deadline = g_get_monotonic_time() + 10 * G_TIME_SPAN_SECOND;
-                        while (log_.matching(marker_line).size() < b && g_get_monotonic_time() < deadline)
-                                g_thread_yield();
-                        if (log_.matching(marker_line).size() < b)
+                        if (!markers_reach(b))
                                 break;
                 }
                 finished = true;
@@ -257,12 +285,22 @@ TEST_F(RadarMetadataTest, EnabledOnceScenesFlowWhileZonesAreRebuilt)
                 tracker_get_target(&pan, &tilt, &width, 0.0f, 0.0f);
         }
         provider_side.join();
-        EXPECT_EQ(log_.matching(marker_line).size(), batches);
+        EXPECT_TRUE(markers_reach(batches));
 
         radar_metadata_request_enabled(FALSE);
         while (g_main_context_iteration(nullptr, FALSE))
                 ;
-        radar_metadata_set_enabled(FALSE);
+        radar_metadata_set_enabled(TRUE);
+        ASSERT_TRUE(provider_->publisher().wait_for_accepted(3, 10000));
+        provider_->publisher().publish(marker, sizeof(marker));
+        EXPECT_TRUE(markers_reach(batches + 1)) << "switched off and on again";
+        provider_.reset();
+        provider_ = std::make_unique<InProcessProvider>(g_getenv("RADAR_SCENE_PROVIDER_SOCKET"), unit_classes);
+        ASSERT_TRUE(provider_->publisher().wait_for_accepted(1, 10000)) << "no reconnect";
+        provider_->publisher().publish(marker, sizeof(marker));
+        EXPECT_TRUE(markers_reach(batches + 2));
+
+        radar_metadata_cleanup(); // unsubscribes
         EXPECT_EQ(log_.matching("ERROR").size(), 0u);
 }
 

@@ -51,12 +51,13 @@ TEST_F(Pid, LawStartsWithPureProportionalLimitsTheIntegralAndAppliesDeadBands)
         pid.update(6);
         EXPECT_FLOAT_EQ(pid.integral(), 4.0f);
         EXPECT_FLOAT_EQ(pid.output(), 6.0f);
-        // P saturated at +-100 leaves the integral no room beyond 0.
-        for (const float error : {150.0f, -150.0f}) {
-                clock_advance_us(1'000'000);
+        // The integral gets only the room that P leaves inside +-100, at either end:
+        // -50 leaves [-50, 150] (the candidate is 4 + (-50 + 28) x 5), 50 leaves [-150, 50].
+        for (const float error : {-50.0f, 50.0f}) {
+                clock_advance_us(5'000'000);
                 pid.update(error);
-                EXPECT_EQ(pid.integral(), 0.0f);
-                EXPECT_EQ(pid.output(), error > 0 ? 100.0f : -100.0f);
+                EXPECT_EQ(pid.integral(), error);
+                EXPECT_EQ(pid.output(), 2 * error);
         }
         pid.update(30);
         EXPECT_TRUE(std::isfinite(pid.output())) << "two updates in the same microsecond";
@@ -77,18 +78,25 @@ TEST_F(Pid, LawStartsWithPureProportionalLimitsTheIntegralAndAppliesDeadBands)
 
 TEST_F(Pid, AutotuneDerivesTheRuleGainsFromSteadyCycles)
 {
+        clock_use_manual(1'000'000); // a second after boot: "never started" is not "long ago"
         ChannelPid pid = pan_like(1.0f, 0.0f, 0.0f);
         float command = 7.0f;
         EXPECT_TRUE(pid.autotune_step(&command, 3.0f)) << "never started";
         EXPECT_EQ(command, 7.0f);
         EXPECT_FALSE(pid.autotune_finished());
 
+        // A cycle may be as short as two samples: the next rise is sought right after the fall.
+        std::vector<AutotuneCycle> cycles;
+        autotune_extract_cycles({{5, 0}, {-5, 1}, {5, 2}, {-5, 3}, {5, 4}}, cycles);
+        EXPECT_EQ(cycles.size(), 2u);
+
         // A square wave of 10 peak to peak and 2 s period: the 13th upward crossing at 24 s
         // completes the 12th cycle. At the set point itself the relay pushes up.
         pid.autotune_start(0.0f, 35.0f);
         pid.autotune_step(&command, 0.0f);
         EXPECT_EQ(command, 35.0f);
-        pid.autotune_start(0.0f, 35.0f); // discards that sample
+        pid.autotune_step(&command, 100.0f);
+        pid.autotune_start(0.0f, 35.0f); // discards those samples
         int64_t t = 0;
         while (!pid.autotune_step(&command, (t / 1000) % 2 == 0 ? 5.0f : -5.0f) && t < 30'000) {
                 t += 50;

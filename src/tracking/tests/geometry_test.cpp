@@ -70,6 +70,7 @@ TEST(Geometry, CircularHelpersWrapAndCoverTheSmallestArc)
         EXPECT_FLOAT_EQ(angle_difference(0, 180), -180.0f);
         EXPECT_FLOAT_EQ(angle_midpoint(350, 10), 0.0f);
         EXPECT_FLOAT_EQ(angle_midpoint(-30, -10), 340.0f);
+        EXPECT_FLOAT_EQ(angle_midpoint(0, 180), 90.0f);
 
         float start = -1, end = -1;
         const float wrapping[] = {10, 350}, plain[] = {30, 10, 20}, equal[] = {5, 5, 5};

@@ -87,4 +87,11 @@ TEST_F(Controller, ClosedLoopSettlesInsideTheDeadBandsAndSwitchesItselfOff)
         clock_advance_us(1);
         controller.update(0, 0, 1);
         EXPECT_FALSE(controller.is_active());
+
+        // An output right at its dead-band passes, so the camera has not settled: it stays on.
+        controller.set_pan_gains(2, 0, 0);
+        controller.set_target(1.5f, 0, 1);
+        clock_advance_us(1'600'000);
+        controller.update(0, 0, 1);
+        EXPECT_TRUE(controller.is_active());
 }

@@ -75,6 +75,25 @@ TEST_F(Tracker, RefreshSplitsWideGroupsAndMergesGroupsThatFitTogether)
         EXPECT_NEAR(group(0).width, 41.9f, 1e-4);
 }
 
+// The limit is strict for joining and merging; a group of exactly 42 is not too wide.
+TEST_F(Tracker, FortyTwoDegreesIsTooWideToJoinButNotTooWideToStay)
+{
+        tracker.update_target(1, 1, 0, 0, 4);  // -2..2
+        tracker.update_target(1, 2, 38, 0, 4); // 36..40: 42 with the first, so a group of its own
+        tracker.update_target(1, 3, 30, 0, 4);
+        ASSERT_EQ(group_count(), 2u);
+        tracker.update_target(1, 3, 38, 0, 4);
+        tracker.refresh();
+        ASSERT_EQ(group_count(), 2u) << "neither split nor merged";
+        EXPECT_EQ(group(0).width, 42.0f);
+        EXPECT_EQ(group(0).targets.size(), 2u);
+        // 41.9 together: the next group merges into the first.
+        tracker.update_target(1, 1, 0.1f, 0, 4);
+        tracker.refresh();
+        ASSERT_EQ(group_count(), 1u);
+        EXPECT_NEAR(group(0).width, 41.9f, 1e-4);
+}
+
 TEST_F(Tracker, GoneTargetsExpireJustAfterASecondWithoutUpdates)
 {
         tracker.update_target(1, 1, 0, 0, 4);
@@ -95,16 +114,16 @@ TEST_F(Tracker, GoneTargetsExpireJustAfterASecondWithoutUpdates)
 
 TEST_F(Tracker, FollowsTheSameGroupUntilItGoesThenTheNearest)
 {
-        tracker.update_target(1, 1, 80, 0, 4);
-        EXPECT_EQ(followed_pan(), 80.0f);
-        tracker.update_target(1, 2, 0, 0, 4);
-        tracker.update_target(1, 3, -40, 0, 4);
-        EXPECT_EQ(followed_pan(), 80.0f) << "a nearer group does not take over";
+        tracker.update_target(1, 1, 60, 0, 4);
+        tracker.update_target(1, 2, -60, 0, 4);
+        EXPECT_EQ(followed_pan(0), 60.0f) << "the first of equally near groups";
+        tracker.update_target(1, 3, 0, 0, 4);
+        EXPECT_EQ(followed_pan(0), 60.0f) << "a nearer group does not take over";
         tracker.remove_target(1, 1);
         advance(1001 * ms);
         // The nearest of the rest, measured across the seam; then it sticks.
-        EXPECT_EQ(followed_pan(330), 320.0f);
-        EXPECT_EQ(followed_pan(0), 320.0f);
+        EXPECT_EQ(followed_pan(345), 0.0f);
+        EXPECT_EQ(followed_pan(300), 0.0f);
 }
 
 TEST_F(Tracker, GuardTourWatchesEachGroupInTurn)
