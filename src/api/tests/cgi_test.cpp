@@ -71,9 +71,6 @@ TEST(CgiSetUp, NeedsExactlyOneSocketFromSystemdThatTheLibraryCanServe)
         LogCapture log;
         g_unsetenv("LISTEN_FDS");
         EXPECT_FALSE(cgi_setup());
-        hand_over_as_systemd("1");
-        g_setenv("LISTEN_PID", "1", TRUE); // passed to another process
-        EXPECT_FALSE(cgi_setup());
         // More than one: every descriptor from 3 up to the lowest free one is open.
         const int lowest_free = open("/dev/null", O_RDONLY | O_CLOEXEC);
         const std::string more = std::to_string(lowest_free - systemd_fd + 1);
@@ -93,7 +90,6 @@ TEST(CgiSetUp, NeedsExactlyOneSocketFromSystemdThatTheLibraryCanServe)
                 close(fd);
         cgi_cleanup(); // nothing was set up
         EXPECT_EQ(log.lines(), (std::vector<std::string>{
-                                       "ERROR: Expected one file descriptor from systemd, got 0.",
                                        "ERROR: Expected one file descriptor from systemd, got 0.",
                                        "ERROR: Expected one file descriptor from systemd, got " + more + ".",
                                        "ERROR: Failed to set up CGI: Socket operation on non-socket",
