@@ -30,7 +30,6 @@ protected:
                 g_clear_object(&connection);
                 delete bus;
         }
-
         void SetUp() override { start_sim(); }
         void TearDown() override { undeclare_state_event(); }
 
@@ -60,27 +59,23 @@ TEST_F(Events, TheDeclarationEventsAndWithdrawalReachTheProducerAsSent)
 
         const std::vector<SimEventCall> calls = sim->log();
         ASSERT_EQ(calls.size(), 4u);
-        EXPECT_EQ(calls[0].method, "DeclareEvent");
-        EXPECT_EQ(calls[0].id, 1);
         EXPECT_EQ(calls[0].args,
                   "(false, {'topic0': 'VALUE_TYPE_STRING', 'topic1': 'VALUE_TYPE_STRING', 'state': 'VALUE_TYPE_STRING'}, "
                   "{'topic0': <'Trelvo'>, 'topic1': <'CameraConnection'>}, {'state': 'State'}, {}, "
                   "{'topic0': 'tnszelk', 'topic1': ''}, "
                   "{'topic1': <['isApplicationData']>, 'state': <['onvif-data', 'property-state']>}, 'state')");
         for (size_t i : {1u, 2u}) {
-                EXPECT_EQ(calls[i].method, "SendEvent");
-                EXPECT_EQ(calls[i].id, 1);
                 EXPECT_EQ(calls[i].args, "(1, {'state': <'" + calls[i].state + "'>}, " +
                                                  std::to_string(calls[i].time) + ")");
-                EXPECT_GE(calls[i].time, before);
-                EXPECT_LE(calls[i].time, after);
+                EXPECT_TRUE(calls[i].time >= before && calls[i].time <= after) << calls[i].time;
         }
         EXPECT_EQ(sim->states(), (Lines{"connecting", "connected"}));
-        EXPECT_EQ(calls[3].method, "UndeclareEvent");
-        EXPECT_EQ(calls[3].id, 1);
-        for (const SimEventCall &call : calls) {
-                EXPECT_FALSE(call.failed) << call.method;
-                EXPECT_STREQ(call.sender.c_str(), g_dbus_connection_get_unique_name(connection)) << call.method;
+        const char *methods[] = {"DeclareEvent", "SendEvent", "SendEvent", "UndeclareEvent"};
+        for (size_t i = 0; i < calls.size(); i++) {
+                EXPECT_EQ(calls[i].method, methods[i]);
+                EXPECT_EQ(calls[i].id, 1) << methods[i];
+                EXPECT_FALSE(calls[i].failed) << methods[i];
+                EXPECT_STREQ(calls[i].sender.c_str(), g_dbus_connection_get_unique_name(connection)) << methods[i];
         }
         EXPECT_TRUE(log.lines().empty());
 }
@@ -94,9 +89,8 @@ TEST_F(Events, ARefusedDeclarationLeavesIdZeroAndEachLaterFailureIsLogged)
 
         const std::vector<SimEventCall> calls = sim->log();
         ASSERT_EQ(calls.size(), 3u);
-        EXPECT_EQ(calls[1].method, "SendEvent");
+        EXPECT_EQ(calls[1].method + " " + calls[1].state, "SendEvent connect_failed");
         EXPECT_EQ(calls[1].id, 0);
-        EXPECT_EQ(calls[1].state, "connect_failed");
         EXPECT_EQ(calls[2].method, "UndeclareEvent");
         EXPECT_EQ(calls[2].id, 0);
         const std::string refused = "GDBus.Error:org.freedesktop.DBus.Error.InvalidArgs: no event declared with id 0";
@@ -126,21 +120,6 @@ TEST_F(Events, AProducerThatIsGoneAtShutdownIsNotReported)
         const Lines lines = log.lines();
         ASSERT_EQ(lines.size(), 1u);
         EXPECT_EQ(lines[0].rfind("WARNING: Failed to call \"SendEvent\" for ChannelANY on event producer service: "
-                                 "GDBus.Error:org.freedesktop.DBus.Error.ServiceUnknown: ",
-                                 0),
-                  0u)
-                << lines[0];
-}
-
-// GIO makes a proxy for a name that has no owner (it asks the bus to start the name and
-// goes on when it cannot): start-up goes on, and the declaration fails as a call.
-TEST_F(Events, WithoutAProducerTheDeclarationFailsAsACall)
-{
-        sim->stop();
-        EXPECT_TRUE(declare_state_event());
-        const Lines lines = log.lines();
-        ASSERT_EQ(lines.size(), 1u);
-        EXPECT_EQ(lines[0].rfind("WARNING: Failed to call \"DeclareEvent\" on event producer service: "
                                  "GDBus.Error:org.freedesktop.DBus.Error.ServiceUnknown: ",
                                  0),
                   0u)

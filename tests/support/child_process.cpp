@@ -1,5 +1,6 @@
 #include "child_process.h"
 
+#include <glib.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -10,8 +11,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-extern char **environ;
-
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -21,39 +20,7 @@ Clock::time_point deadline_after(double seconds)
         return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 }
 
-// The child's environment: ours, with the given entries added or replaced.
-std::vector<std::string> child_environment(const std::vector<std::string> &extra)
-{
-        std::vector<std::string> env;
-        for (char **e = environ; *e; e++) {
-                const std::string entry(*e);
-                const std::string name = entry.substr(0, entry.find('='));
-                bool replaced = false;
-                for (const std::string &x : extra)
-                        replaced |= x.substr(0, x.find('=')) == name;
-                if (!replaced)
-                        env.push_back(entry);
-        }
-        env.insert(env.end(), extra.begin(), extra.end());
-        return env;
-}
-
 constexpr int systemd_first_fd = 3;
-constexpr char listen_pid_name[] = "LISTEN_PID=";
-
-// Writes "LISTEN_PID=<pid>" into entry; async-signal-safe, for the forked child.
-void child_format_listen_pid(char *entry, pid_t pid)
-{
-        char digits[16];
-        int n = 0;
-        do
-                digits[n++] = static_cast<char>('0' + pid % 10);
-        while ((pid /= 10) > 0);
-        char *p = entry + sizeof(listen_pid_name) - 1;
-        while (n > 0)
-                *p++ = digits[--n];
-        *p = '\0';
-}
 
 } // namespace
 
@@ -66,19 +33,23 @@ std::string sanitizer_options_with_gstreamer()
 ChildProcess::ChildProcess(const std::vector<std::string> &argv, const std::vector<std::string> &env, int listen_fd)
     : name_(argv.empty() ? "" : argv[0])
 {
-        std::vector<std::string> extra = env;
-        if (listen_fd >= 0)
-                extra.insert(extra.end(), {"LISTEN_FDS=1", listen_pid_name});
-        std::vector<std::string> environment = child_environment(extra);
-        char listen_pid[sizeof(listen_pid_name) + 16];
-        std::vector<char *> c_argv, c_env;
-        for (const std::string &a : argv)
+        g_auto(GStrv) environment = g_get_environ();
+        for (const std::string &entry : env) {
+                const size_t equals = entry.find('=');
+                environment = g_environ_setenv(environment, entry.substr(0, equals).c_str(),
+                                               entry.substr(equals + 1).c_str(), TRUE);
+        }
+        // LISTEN_PID must be the pid of the program that serves; a shell knows its own and
+        // keeps it through exec.
+        std::vector<std::string> command = argv;
+        if (listen_fd >= 0) {
+                environment = g_environ_setenv(environment, "LISTEN_FDS", "1", TRUE);
+                command.insert(command.begin(), {"/bin/sh", "-c", "export LISTEN_PID=$$; exec \"$@\"", "sh"});
+        }
+        std::vector<char *> c_argv;
+        for (const std::string &a : command)
                 c_argv.push_back(const_cast<char *>(a.c_str()));
         c_argv.push_back(nullptr);
-        for (const std::string &e : environment)
-                c_env.push_back(e == listen_pid_name ? listen_pid : const_cast<char *>(e.c_str()));
-        c_env.push_back(nullptr);
-        memcpy(listen_pid, listen_pid_name, sizeof(listen_pid_name));
 
         int fds[2];
         if (argv.empty() || pipe2(fds, O_CLOEXEC) != 0) {
@@ -94,15 +65,12 @@ ChildProcess::ChildProcess(const std::vector<std::string> &argv, const std::vect
                         _exit(127);
                 dup2(fds[1], STDOUT_FILENO);
                 dup2(fds[1], STDERR_FILENO);
-                if (listen_fd >= 0) {
-                        if (listen_fd == systemd_first_fd)
-                                fcntl(listen_fd, F_SETFD, 0);
-                        else
-                                dup2(listen_fd, systemd_first_fd);
-                        child_format_listen_pid(listen_pid, getpid());
-                }
+                if (listen_fd == systemd_first_fd)
+                        fcntl(listen_fd, F_SETFD, 0);
+                else if (listen_fd >= 0)
+                        dup2(listen_fd, systemd_first_fd);
                 setpgid(0, 0);
-                execvpe(c_argv[0], c_argv.data(), c_env.data());
+                execvpe(c_argv[0], c_argv.data(), environment);
                 const char message[] = "exec failed\n";
                 (void)!write(STDERR_FILENO, message, sizeof(message) - 1);
                 _exit(127);
@@ -184,11 +152,6 @@ bool ChildProcess::wait_for_line(const std::string &text, double seconds)
                 ADD_FAILURE() << name_ << " never printed \"" << text << "\" (" << why << "); last lines:\n" << tail();
         }
         return found;
-}
-
-size_t ChildProcess::count(const std::string &text) const
-{
-        return matching(text).size();
 }
 
 void ChildProcess::send_signal(int signal)

@@ -39,8 +39,6 @@ public:
         // Waits until a line containing text has been printed (also one printed earlier).
         // On time-out or end of output: a test failure naming the text and the last lines.
         bool wait_for_line(const std::string &text, double seconds = child_default_wait_s);
-        // Number of lines containing text printed so far.
-        size_t count(const std::string &text) const;
         void send_signal(int signal);
         // Waits for the exit and returns the exit status; -1 (and a failure) when it was
         // killed by a signal or did not exit in time (it is then killed).

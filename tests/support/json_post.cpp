@@ -1,7 +1,11 @@
 #include "json_post.h"
 
 #include <curl/curl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -49,7 +53,36 @@ void *http_client_new_handle(void)
         return initialised ? curl_easy_init() : nullptr;
 }
 
+// A Unix stream socket bound (listen) or connected to path; -1 (errno set) when it fails.
+int unix_socket(const std::string &path, bool listen)
+{
+        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        struct sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+        const auto *at = reinterpret_cast<const sockaddr *>(&address);
+        if (fd >= 0 && (listen ? bind(fd, at, sizeof(address)) == 0 && ::listen(fd, 64) == 0
+                               : connect(fd, at, sizeof(address)) == 0))
+                return fd;
+        if (fd >= 0) {
+                const int error = errno;
+                close(fd);
+                errno = error;
+        }
+        return -1;
+}
+
 } // namespace
+
+int unix_listen(const std::string &path)
+{
+        return unix_socket(path, true);
+}
+
+int unix_connect(const std::string &path)
+{
+        return unix_socket(path, false);
+}
 
 HttpClient::HttpClient() : curl_(http_client_new_handle()) {}
 
@@ -115,4 +148,44 @@ HttpAnswer cgi_post(const std::string &unix_socket, const std::string &body)
         request.unix_socket = unix_socket;
         request.body = body;
         return http_request(request);
+}
+
+std::string cgi_call_body(const std::string &method, const char *params)
+{
+        std::string body = R"({"apiVersion": "1.1", "method": ")" + method + "\"";
+        if (params)
+                body += std::string(", \"params\": ") + params;
+        return body + "}";
+}
+
+std::string cgi_outcome(const HttpAnswer &answer)
+{
+        for (const char *member : {"data", "error"})
+                if (const json_t *value = json_object_get(answer.json.get(), member))
+                        return std::string(member) + ":" + json_compact(value);
+        return std::to_string(answer.status) + " " + answer.body + answer.curl_error;
+}
+
+std::string json_compact(const json_t *json)
+{
+        char *text = json ? json_dumps(json, JSON_COMPACT | JSON_ENCODE_ANY) : nullptr;
+        std::string copy = text ? text : "";
+        free(text);
+        return copy;
+}
+
+std::string json_member_text(const json_t *object, const char *key)
+{
+        const char *text = json_string_value(json_object_get(object, key));
+        return text ? text : "";
+}
+
+json_int_t json_member_integer(const json_t *object, const char *key)
+{
+        return json_integer_value(json_object_get(object, key));
+}
+
+double json_member_number(const json_t *object, const char *key)
+{
+        return json_number_value(json_object_get(object, key));
 }

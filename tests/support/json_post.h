@@ -52,3 +52,23 @@ private:
 HttpAnswer http_request(const HttpRequest &request);
 // POSTs a JSON text to the CGI path over a Unix socket.
 HttpAnswer cgi_post(const std::string &unix_socket, const std::string &body);
+
+// A listening Unix stream socket at path (close-on-exec), as systemd would make it for
+// the server under test; -1 (errno set) when it cannot be made.
+int unix_listen(const std::string &path);
+// A client's connection to it; -1 (errno set) when it fails.
+int unix_connect(const std::string &path);
+
+// The body of a call of the CGI's API 1.1; params is JSON text, nullptr for none.
+std::string cgi_call_body(const std::string &method, const char *params = nullptr);
+// "data:<data>" or "error:<error>" of a CGI answer, in compact JSON; else its HTTP
+// status, body and curl's error.
+std::string cgi_outcome(const HttpAnswer &answer);
+
+// Compact JSON text of any value, "" for none.
+std::string json_compact(const json_t *json);
+// A member of an object: its text, or "" when it is missing or no string.
+std::string json_member_text(const json_t *object, const char *key);
+// A member of an object: its value, or 0 when it is missing or of another type.
+json_int_t json_member_integer(const json_t *object, const char *key);
+double json_member_number(const json_t *object, const char *key);

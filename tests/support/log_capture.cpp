@@ -64,14 +64,6 @@ std::vector<std::string> LogCapture::matching(const std::string &text) const
         return out;
 }
 
-bool LogCapture::contains(const std::string &line) const
-{
-        for (const std::string &l : lines())
-                if (l == line)
-                        return true;
-        return false;
-}
-
 void LogCapture::clear()
 {
         std::lock_guard lock(capture_mutex);

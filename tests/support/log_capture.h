@@ -15,7 +15,6 @@ public:
         std::vector<std::string> lines() const;
         // Lines containing the given text.
         std::vector<std::string> matching(const std::string &text) const;
-        bool contains(const std::string &line) const;
         void clear();
         // Takes the log back from whoever replaced the handler since construction.
         void install();

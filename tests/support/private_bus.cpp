@@ -3,18 +3,6 @@
 #include <glib/gstdio.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/prctl.h>
-
-namespace {
-
-// A test that crashes or is killed takes its bus along: otherwise the daemon lives on
-// and keeps the test's output pipe open.
-void private_bus_child_setup(gpointer)
-{
-        prctl(PR_SET_PDEATHSIG, SIGTERM);
-}
-
-} // namespace
 
 PrivateBus::PrivateBus(const std::string &config)
 {
@@ -26,28 +14,13 @@ PrivateBus::PrivateBus(const std::string &config)
         directory_ = directory;
         g_chmod(directory, 0755);
         const std::string address = "unix:path=" + directory_ + "/system_bus_socket";
-        const std::string address_option = "--address=" + address;
-        const std::string config_option = "--config-file=" + (config.empty() ? std::string(TRELVO_DBUS_CONFIG) : config);
-        GError *error = nullptr;
-        g_autoptr(GSubprocessLauncher) launcher = g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDOUT_PIPE);
-        g_subprocess_launcher_set_child_setup(launcher, private_bus_child_setup, nullptr, nullptr);
-        process_ = g_subprocess_launcher_spawn(launcher, &error, "dbus-daemon", "--nofork", "--nopidfile",
-                                               config_option.c_str(), address_option.c_str(), "--print-address",
-                                               nullptr);
-        if (!process_) {
-                ADD_FAILURE() << "cannot start dbus-daemon: " << error->message;
-                g_error_free(error);
-                return;
-        }
+        process_ = std::make_unique<ChildProcess>(std::vector<std::string>{
+                "dbus-daemon", "--nofork", "--nopidfile",
+                "--config-file=" + (config.empty() ? std::string(TRELVO_DBUS_CONFIG) : config),
+                "--address=" + address, "--print-address"});
         // The daemon prints its address once it listens: from then on clients can connect.
-        g_autoptr(GDataInputStream) output = g_data_input_stream_new(g_subprocess_get_stdout_pipe(process_));
-        g_autofree gchar *line = g_data_input_stream_read_line_utf8(output, nullptr, nullptr, nullptr);
-        if (!line) {
-                ADD_FAILURE() << "dbus-daemon exited before listening";
-                g_subprocess_wait(process_, nullptr, nullptr);
-                g_clear_object(&process_);
+        if (!process_->wait_for_line(address))
                 return;
-        }
         address_ = address;
         g_setenv("DBUS_SYSTEM_BUS_ADDRESS", address_.c_str(), TRUE);
 }
@@ -55,9 +28,8 @@ PrivateBus::PrivateBus(const std::string &config)
 PrivateBus::~PrivateBus()
 {
         if (process_) {
-                g_subprocess_send_signal(process_, SIGTERM);
-                g_subprocess_wait(process_, nullptr, nullptr);
-                g_clear_object(&process_);
+                process_->send_signal(SIGTERM);
+                process_->wait_exit();
         }
         if (!directory_.empty()) {
                 g_remove((directory_ + "/system_bus_socket").c_str());
@@ -68,4 +40,38 @@ PrivateBus::~PrivateBus()
 std::string private_bus_unreachable_address()
 {
         return "unix:path=/nonexistent/trelvo-no-bus/system_bus_socket";
+}
+
+GDBusConnection *private_bus_connect(const std::string &address)
+{
+        g_autoptr(GError) error = nullptr;
+        GDBusConnection *connection = g_dbus_connection_new_for_address_sync(
+                address.c_str(),
+                static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                                  G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+                nullptr, nullptr, &error);
+        if (!connection) {
+                ADD_FAILURE() << "cannot connect to " << address << ": " << error->message;
+                return nullptr;
+        }
+        g_dbus_connection_set_exit_on_close(connection, FALSE);
+        return connection;
+}
+
+GVariant *private_bus_call(GDBusConnection *connection, const char *name, const char *path, const char *interface,
+                           const char *method, GVariant *args, std::string *error_name)
+{
+        g_autoptr(GVariant) sunk = args ? g_variant_ref_sink(args) : nullptr; // also when not sent
+        g_autoptr(GError) error = nullptr;
+        GVariant *reply = connection ? g_dbus_connection_call_sync(connection, name, path, interface, method, sunk,
+                                                                   nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error)
+                                     : nullptr;
+        if (reply)
+                return reply;
+        g_autofree gchar *remote = error ? g_dbus_error_get_remote_error(error) : nullptr;
+        if (error_name)
+                *error_name = remote ? remote : "";
+        else
+                ADD_FAILURE() << method << ": " << (error ? error->message : "not connected");
+        return nullptr;
 }

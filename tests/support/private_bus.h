@@ -6,8 +6,11 @@
 // so that a test can also call in under another uid.
 #pragma once
 
+#include "child_process.h"
+
 #include <gio/gio.h>
 
+#include <memory>
 #include <string>
 
 class PrivateBus {
@@ -18,15 +21,25 @@ public:
         PrivateBus(const PrivateBus &) = delete;
         PrivateBus &operator=(const PrivateBus &) = delete;
 
-        bool running() const { return process_ != nullptr; }
+        bool running() const { return !address_.empty(); }
         // The address, "unix:path=...", for a child's DBUS_SYSTEM_BUS_ADDRESS.
         const std::string &address() const { return address_; }
 
 private:
-        GSubprocess *process_ = nullptr;
+        std::unique_ptr<ChildProcess> process_;
         std::string directory_;
         std::string address_;
 };
 
 // An address where no bus listens, for a child that must find no system bus at all.
 std::string private_bus_unreachable_address();
+
+// A client connection of its own to the bus at address (GIO's shared system-bus
+// connection may belong to a bus that an earlier test stopped); null, with a test
+// failure, when it cannot connect. Unref it.
+GDBusConnection *private_bus_connect(const std::string &address);
+
+// Calls a method (args may be floating or null); the reply, to unref. On failure null,
+// and: the error's D-Bus name in *error_name when given, else a test failure.
+GVariant *private_bus_call(GDBusConnection *connection, const char *name, const char *path, const char *interface,
+                           const char *method, GVariant *args, std::string *error_name = nullptr);

@@ -7,30 +7,7 @@
 #include <glib.h>
 #include <glib/gstdio.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
-
-namespace {
-
-// A listening Unix socket at path, as systemd would create it; -1 (and a failure) when
-// it cannot be made.
-int service_listen(const std::string &path)
-{
-        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        struct sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        g_strlcpy(address.sun_path, path.c_str(), sizeof(address.sun_path));
-        if (fd < 0 || bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) != 0 || listen(fd, 64) != 0) {
-                ADD_FAILURE() << "cannot listen on " << path << ": " << g_strerror(errno);
-                if (fd >= 0)
-                        close(fd);
-                return -1;
-        }
-        return fd;
-}
-
-} // namespace
 
 ServiceProcess::ServiceProcess(const ServiceOptions &options)
 {
@@ -65,7 +42,9 @@ ServiceProcess::ServiceProcess(const ServiceOptions &options)
                 cgi_dir_ = dir;
                 g_free(dir);
                 cgi_socket_path_ = cgi_dir_ + "/cgi.sock";
-                cgi_fd = service_listen(cgi_socket_path_);
+                cgi_fd = unix_listen(cgi_socket_path_);
+                if (cgi_fd < 0)
+                        ADD_FAILURE() << "cannot listen on " << cgi_socket_path_ << ": " << g_strerror(errno);
         }
         process_ = std::make_unique<ChildProcess>(argv, env, cgi_fd);
         if (cgi_fd >= 0)

@@ -5,6 +5,8 @@
 #include "child_process.h"
 #include "json_post.h"
 
+#include <csignal>
+
 #include <memory>
 #include <string>
 #include <vector>
@@ -47,6 +49,12 @@ public:
                 return process_->wait_for_line(text, seconds);
         }
         void send_signal(int signal) { process_->send_signal(signal); }
+        // Stops it with SIGTERM; its exit status (0 expected).
+        int stop()
+        {
+                send_signal(SIGTERM);
+                return wait_exit();
+        }
         // The service's process id (the rig's sandbox execs down to it).
         pid_t pid() const { return process_->pid(); }
         // The exit status once it exited (within a time limit); -1 otherwise.

@@ -4,11 +4,9 @@
 #include <glib.h>
 #include <glib/gstdio.h>
 #include <gtest/gtest.h>
-#include <jansson.h>
 
 #include <chrono>
 #include <cstdlib>
-#include <csignal>
 #include <thread>
 
 namespace {
@@ -30,58 +28,52 @@ std::string sim_camera_query(const std::map<std::string, std::string> &values)
         return query;
 }
 
-std::string sim_camera_string(json_t *object, const char *key)
+// The query of a position: pan, tilt and zoom.
+std::string sim_camera_position_query(double pan, double tilt, double zoom)
 {
-        const char *text = json_string_value(json_object_get(object, key));
-        return text ? text : "";
+        std::map<std::string, std::string> values;
+        for (const auto &[key, value] : {std::pair{"pan", pan}, {"tilt", tilt}, {"zoom", zoom}}) {
+                char text[G_ASCII_DTOSTR_BUF_SIZE];
+                values[key] = g_ascii_dtostr(text, sizeof(text), value);
+        }
+        return sim_camera_query(values);
 }
 
-double sim_camera_number(json_t *object, const char *key)
+uint64_t sim_camera_count(const json_t *object, const char *key)
 {
-        return json_number_value(json_object_get(object, key));
+        return static_cast<uint64_t>(json_member_integer(object, key));
 }
 
-uint64_t sim_camera_count(json_t *object, const char *key)
-{
-        return static_cast<uint64_t>(json_integer_value(json_object_get(object, key)));
-}
-
-SimCameraStatus sim_camera_status_from(json_t *root, const std::string &text)
+SimCameraStatus sim_camera_status_from(const json_t *root, const std::string &text)
 {
         SimCameraStatus s;
         s.json = text;
-        s.pan = sim_camera_number(root, "pan");
-        s.tilt = sim_camera_number(root, "tilt");
-        s.zoom = sim_camera_number(root, "zoom");
-        s.reported_zoom = static_cast<int>(sim_camera_count(root, "reported_zoom"));
+        s.pan = json_member_number(root, "pan");
+        s.tilt = json_member_number(root, "tilt");
+        s.zoom = json_member_number(root, "zoom");
+        s.reported_zoom = static_cast<int>(json_member_integer(root, "reported_zoom"));
         s.moving = json_is_true(json_object_get(root, "moving"));
-        s.pan_speed = sim_camera_number(root, "pan_speed");
-        s.tilt_speed = sim_camera_number(root, "tilt_speed");
-        s.zoom_speed = sim_camera_number(root, "zoom_speed");
-        json_t *connections = json_object_get(root, "connections");
+        s.pan_speed = json_member_number(root, "pan_speed");
+        s.tilt_speed = json_member_number(root, "tilt_speed");
+        s.zoom_speed = json_member_number(root, "zoom_speed");
+        const json_t *connections = json_object_get(root, "connections");
         s.http_connections = sim_camera_count(connections, "http");
         s.https_connections = sim_camera_count(connections, "https");
         s.requests = sim_camera_count(root, "requests");
         size_t i;
         json_t *fault;
         json_array_foreach(json_object_get(root, "faults"), i, fault) s.faults.push_back(json_string_value(fault));
-        s.firmware = sim_camera_string(root, "firmware");
+        s.firmware = json_member_text(root, "firmware");
         s.metadata = json_is_true(json_object_get(root, "metadata"));
         s.stream_offered = json_is_true(json_object_get(root, "stream_offered"));
-        s.product_number = sim_camera_string(root, "product_number");
-        json_t *angles = json_object_get(root, "field_angle");
-        s.min_field_angle = static_cast<int>(sim_camera_count(angles, "min"));
-        s.max_field_angle = static_cast<int>(sim_camera_count(angles, "max"));
-        json_t *rtsp = json_object_get(root, "rtsp");
+        s.product_number = json_member_text(root, "product_number");
+        const json_t *angles = json_object_get(root, "field_angle");
+        s.min_field_angle = static_cast<int>(json_member_integer(angles, "min"));
+        s.max_field_angle = static_cast<int>(json_member_integer(angles, "max"));
+        const json_t *rtsp = json_object_get(root, "rtsp");
         s.rtsp_clients = sim_camera_count(rtsp, "clients");
         s.rtsp_packets = sim_camera_count(rtsp, "packets");
         return s;
-}
-
-std::string sim_camera_number_text(double value)
-{
-        char text[G_ASCII_DTOSTR_BUF_SIZE];
-        return g_ascii_dtostr(text, sizeof(text), value);
 }
 
 } // namespace
@@ -104,25 +96,16 @@ SimCameraProcess::SimCameraProcess(const std::vector<std::string> &options)
         std::vector<std::string> env;
         if (const char *asan = getenv("ASAN_OPTIONS"))
                 env.push_back(std::string("ASAN_OPTIONS=") + asan + ":detect_leaks=0:fast_unwind_on_malloc=1");
-        process_ = std::make_unique<ChildProcess>(argv, env);
-        ready_ = process_->started() && process_->wait_for_line("sim-camera: ready");
+        start(argv, env, "sim-camera: ready");
 }
 
 SimCameraProcess::~SimCameraProcess()
 {
-        if (process_ && !process_->exited())
-                stop();
+        stop();
         if (!socket_.empty())
                 g_unlink(socket_.c_str());
         if (!directory_.empty())
                 g_rmdir(directory_.c_str());
-}
-
-int SimCameraProcess::stop()
-{
-        process_->send_signal(SIGTERM);
-        ready_ = false;
-        return process_->wait_exit();
 }
 
 long SimCameraProcess::control(const std::string &method, const std::string &path, std::string *body)
@@ -143,89 +126,69 @@ long SimCameraProcess::control(const std::string &method, const std::string &pat
         return status;
 }
 
-SimCameraStatus SimCameraProcess::status()
+JsonPtr SimCameraProcess::get_json(const std::string &path, const char *what)
 {
         std::string body;
-        const long code = control("GET", "/status", &body);
-        json_t *root = code == 200 ? json_loads(body.c_str(), 0, nullptr) : nullptr;
-        if (!root) {
-                ADD_FAILURE() << "sim-camera status: " << code << " " << body;
-                return {};
-        }
-        SimCameraStatus s = sim_camera_status_from(root, body);
-        json_decref(root);
-        return s;
+        const long code = control("GET", path, &body);
+        JsonPtr root(code == 200 ? json_loads(body.c_str(), 0, nullptr) : nullptr);
+        if (!root)
+                ADD_FAILURE() << "sim-camera " << what << ": " << code << " " << body;
+        return root;
+}
+
+bool SimCameraProcess::post(const std::string &path, const char *what)
+{
+        std::string body;
+        const long code = control("POST", path, &body);
+        if (code != 200)
+                ADD_FAILURE() << "sim-camera " << what << ": " << code << " " << body;
+        return code == 200;
+}
+
+SimCameraStatus SimCameraProcess::status()
+{
+        const JsonPtr root = get_json("/status", "status");
+        return root ? sim_camera_status_from(root.get(), json_compact(root.get())) : SimCameraStatus{};
 }
 
 std::vector<SimCameraRequest> SimCameraProcess::requests(uint64_t since, uint64_t *next)
 {
-        std::string body;
-        const long code = control("GET", "/requests?since=" + std::to_string(since), &body);
-        json_t *root = code == 200 ? json_loads(body.c_str(), 0, nullptr) : nullptr;
+        const JsonPtr root = get_json("/requests?since=" + std::to_string(since), "requests");
         std::vector<SimCameraRequest> list;
-        if (!root) {
-                ADD_FAILURE() << "sim-camera requests: " << code << " " << body;
-                return list;
-        }
         size_t i;
         json_t *entry;
-        json_array_foreach(json_object_get(root, "requests"), i, entry)
+        json_array_foreach(json_object_get(root.get(), "requests"), i, entry)
         {
                 list.push_back(SimCameraRequest{.seq = sim_camera_count(entry, "seq"),
-                                                .t_us = static_cast<int64_t>(sim_camera_count(entry, "t_us")),
-                                                .scheme = sim_camera_string(entry, "scheme"),
-                                                .path = sim_camera_string(entry, "path"),
-                                                .status = static_cast<int>(sim_camera_count(entry, "status")),
-                                                .user = sim_camera_string(entry, "user")});
+                                                .t_us = json_member_integer(entry, "t_us"),
+                                                .scheme = json_member_text(entry, "scheme"),
+                                                .path = json_member_text(entry, "path"),
+                                                .status = static_cast<int>(json_member_integer(entry, "status")),
+                                                .user = json_member_text(entry, "user")});
         }
-        if (next)
-                *next = sim_camera_count(root, "next");
-        json_decref(root);
+        if (root && next)
+                *next = sim_camera_count(root.get(), "next");
         return list;
 }
 
 bool SimCameraProcess::set_fault(const std::string &name, bool on)
 {
-        std::string body;
-        const long code = control("POST", "/fault" + sim_camera_query({{"name", name}, {"on", on ? "1" : "0"}}), &body);
-        if (code != 200)
-                ADD_FAILURE() << "sim-camera fault " << name << ": " << code << " " << body;
-        return code == 200;
+        return post("/fault" + sim_camera_query({{"name", name}, {"on", on ? "1" : "0"}}), "fault");
 }
 
 bool SimCameraProcess::set(const std::map<std::string, std::string> &settings)
 {
-        std::string body;
-        const long code = control("POST", "/set" + sim_camera_query(settings), &body);
-        if (code != 200)
-                ADD_FAILURE() << "sim-camera set: " << code << " " << body;
-        return code == 200;
+        return post("/set" + sim_camera_query(settings), "set");
 }
 
 bool SimCameraProcess::teleport(double pan, double tilt, double zoom)
 {
-        std::string body;
-        const long code = control("POST",
-                                  "/position" + sim_camera_query({{"pan", sim_camera_number_text(pan)},
-                                                                  {"tilt", sim_camera_number_text(tilt)},
-                                                                  {"zoom", sim_camera_number_text(zoom)}}),
-                                  &body);
-        if (code != 200)
-                ADD_FAILURE() << "sim-camera position: " << code << " " << body;
-        return code == 200;
+        return post("/position" + sim_camera_position_query(pan, tilt, zoom), "position");
 }
 
 bool SimCameraProcess::set_home(double pan, double tilt, double zoom)
 {
-        std::string body;
-        const long code = control("POST",
-                                  "/home" + sim_camera_query({{"pan", sim_camera_number_text(pan)},
-                                                              {"tilt", sim_camera_number_text(tilt)},
-                                                              {"zoom", sim_camera_number_text(zoom)}}),
-                                  &body);
-        if (code != 200)
-                ADD_FAILURE() << "sim-camera home: " << code << " " << body;
-        return code == 200;
+        return post("/home" + sim_camera_position_query(pan, tilt, zoom), "home");
 }
 
 bool SimCameraProcess::wait_for(const std::function<bool(const SimCameraStatus &)> &condition, const std::string &what,

@@ -4,12 +4,12 @@
 // in a fresh temporary directory, reachable from any namespace that shares the files.
 #pragma once
 
-#include "child_process.h"
+#include "json_post.h"
+#include "sim_process.h"
 
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -46,18 +46,14 @@ struct SimCameraRequest {
         std::string user; // "" when not authenticated
 };
 
-class SimCameraProcess {
+class SimCameraProcess : public SimProcess {
 public:
         // Starts sim-camera with these extra options (e.g. {"--fault", "https_only"}) and
         // waits for it to be ready; a test failure when it does not get ready.
         explicit SimCameraProcess(const std::vector<std::string> &options = {});
         ~SimCameraProcess();
-        SimCameraProcess(const SimCameraProcess &) = delete;
-        SimCameraProcess &operator=(const SimCameraProcess &) = delete;
 
-        bool ready() const { return ready_; }
         const std::string &control_socket() const { return socket_; }
-        ChildProcess &process() { return *process_; }
 
         // Control calls: each a test failure (and an empty or false result) when the
         // interface does not answer 200.
@@ -78,12 +74,13 @@ public:
         // Control request as it is: method, path with query; returns the HTTP status
         // (0 when the interface did not answer) and the body.
         long control(const std::string &method, const std::string &path, std::string *body);
-        // Stops it with SIGTERM; the exit status (0 expected).
-        int stop();
 
 private:
+        // GET of a JSON document, null (with a test failure naming what) unless answered 200.
+        JsonPtr get_json(const std::string &path, const char *what);
+        // POST of a change; false (with a test failure naming what) unless answered 200.
+        bool post(const std::string &path, const char *what);
+
         std::string directory_;
         std::string socket_;
-        std::unique_ptr<ChildProcess> process_;
-        bool ready_ = false;
 };

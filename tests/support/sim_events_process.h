@@ -2,12 +2,11 @@
 // it recorded: the declarations and events the service sent it.
 #pragma once
 
-#include "child_process.h"
+#include "sim_process.h"
 
 #include <gio/gio.h>
 
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -22,15 +21,11 @@ struct SimEventCall {
         bool failed = false; // answered with an error
 };
 
-class SimEventsProcess {
+class SimEventsProcess : public SimProcess {
 public:
         // Starts it on the bus at bus_address and returns once it owns its name.
         explicit SimEventsProcess(const std::string &bus_address);
         ~SimEventsProcess();
-        SimEventsProcess(const SimEventsProcess &) = delete;
-        SimEventsProcess &operator=(const SimEventsProcess &) = delete;
-
-        bool ready() const { return ready_; }
 
         // The recorded calls, oldest first; empty (with a test failure) when it cannot be asked.
         std::vector<SimEventCall> log();
@@ -41,24 +36,14 @@ public:
         bool wait_for_states(const std::vector<std::string> &expected, double seconds = child_default_wait_s);
 
         // Answer that method with an error from now on ("" answers every method again).
-        bool fail_on(const std::string &method);
+        bool fail_on(const std::string &method) { return control("FailOn", method.c_str()); }
         // Exit without answering the next call of that method.
-        bool vanish_on(const std::string &method);
-        bool clear();
-
-        // Stops it (SIGTERM) and waits for its exit.
-        void stop();
-        // Waits until it exited by itself (after vanish_on); its exit status.
-        int wait_exit(double seconds = child_default_wait_s);
-        // Its output: "sim-events: ready" and one line per call.
-        const ChildProcess &process() const { return *process_; }
+        bool vanish_on(const std::string &method) { return control("VanishOn", method.c_str()); }
+        bool clear() { return control("Clear", nullptr); }
 
 private:
         GVariant *call(const char *method, GVariant *args);
+        bool control(const char *method, const char *argument);
 
-        std::unique_ptr<ChildProcess> process_;
-        // A connection of its own: GIO's shared system-bus connection may belong to a bus
-        // that an earlier test stopped.
         GDBusConnection *connection_ = nullptr;
-        bool ready_ = false;
 };

@@ -2,28 +2,17 @@
 // and calls to its test interface.
 #pragma once
 
+#include "sim_process.h"
+
 #include <gio/gio.h>
 
 #include <string>
 
-class SimZonesProcess {
+class SimZonesProcess : public SimProcess {
 public:
         // Serves the "zones" of the scenario file ("" = no zones) on the bus at bus_address.
         // Returns once the service owns its name.
         SimZonesProcess(const std::string &bus_address, const std::string &scenario = "");
-        ~SimZonesProcess();
-        SimZonesProcess(const SimZonesProcess &) = delete;
-        SimZonesProcess &operator=(const SimZonesProcess &) = delete;
-
-        bool ready() const { return ready_; }
-        // Stops it (SIGTERM) and waits until it has exited.
-        void stop();
-        // Waits until it exited by itself (after VanishOn).
-        void wait_exit();
-
-private:
-        GSubprocess *process_ = nullptr;
-        bool ready_ = false;
 };
 
 // Calls a method of com.zelk.RadarZones1.Sim on this process's system bus; args is a

@@ -54,17 +54,10 @@ int answer_nothing(const RcgiRequest *, RcgiResponse *)
 }
 
 const RcgiMethod methods_v1[] = {
-        {"echo", echo_params, 1, 1},
-        {"fail", fail_formatted, 0, 1},
-        {"plain", fail_plain, 0, 1},
-        {"nodata", answer_nothing, 0, 1},
-        {"disabled", echo_params, 0, 0},
-        {nullptr, nullptr, 0, 0},
+        {"echo", echo_params, 1, 1},      {"fail", fail_formatted, 0, 1}, {"plain", fail_plain, 0, 1},
+        {"nodata", answer_nothing, 0, 1}, {"disabled", echo_params, 0, 0}, {nullptr, nullptr, 0, 0},
 };
-const RcgiMethod methods_v2[] = {
-        {"v2only", echo_params, 0, 1},
-        {nullptr, nullptr, 0, 0},
-};
+const RcgiMethod methods_v2[] = {{"v2only", echo_params, 0, 1}, {nullptr, nullptr, 0, 0}};
 const RcgiApiVersion versions[] = {
         {1, 1, methods_v1, map_error_code, error_message, nullptr},
         {2, 0, methods_v2, map_error_code, error_message, nullptr},
@@ -78,110 +71,80 @@ const bool warnings_fatal = (g_log_set_always_fatal(static_cast<GLogLevelFlags>(
                                                                                G_LOG_LEVEL_CRITICAL)),
                              true);
 
-int listen_unix(const std::string &socket_path)
-{
-        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        struct sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        g_strlcpy(address.sun_path, socket_path.c_str(), sizeof(address.sun_path));
-        EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
-        EXPECT_EQ(listen(fd, 64), 0);
-        return fd;
-}
-
-// A loopback TCP socket on a free port; the port through *port.
-int listen_tcp(int *port)
-{
-        const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        struct sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
-        EXPECT_EQ(listen(fd, 64), 0);
-        socklen_t size = sizeof(address);
-        getsockname(fd, reinterpret_cast<sockaddr *>(&address), &size);
-        *port = ntohs(address.sin_port);
-        return fd;
-}
-
 gboolean on_readable(gint, GIOCondition, gpointer handle)
 {
         rcgi_perform(static_cast<RcgiHandle *>(handle));
         return G_SOURCE_CONTINUE;
 }
 
+// The library serving the API at path on a listening socket, watched by the main loop.
+struct Server {
+        explicit Server(int listening) : fd(listening)
+        {
+                int watch_fd = -1;
+                EXPECT_EQ(rcgi_new(fd, 0, &handle, &watch_fd), 0);
+                EXPECT_EQ(watch_fd, fd);
+                EXPECT_EQ(rcgi_add_path(handle, path, &api), 0);
+                watch = g_unix_fd_add(watch_fd, G_IO_IN, on_readable, handle);
+        }
+        ~Server()
+        {
+                g_source_remove(watch);
+                rcgi_free(handle);
+                close(fd);
+        }
+        int fd;
+        RcgiHandle *handle = nullptr;
+        guint watch = 0;
+};
+
+// Runs work on a client thread while this thread serves, until the work is done.
+void serve_while(const std::function<void()> &work)
+{
+        std::atomic<bool> done = false;
+        std::thread client([&] {
+                work();
+                done = true;
+                g_main_context_wakeup(nullptr);
+        });
+        while (!done)
+                g_main_context_iteration(nullptr, TRUE);
+        client.join();
+}
+
 class Rcgi : public ::testing::Test {
 protected:
-        void SetUp() override
+        ~Rcgi() override
         {
-                fd_ = listen_unix(socket_path_);
-                ASSERT_EQ(rcgi_new(fd_, 0, &handle_, &watch_fd_), 0);
-                EXPECT_EQ(watch_fd_, fd_);
-                ASSERT_EQ(rcgi_add_path(handle_, path, &api), 0);
-                watch_ = g_unix_fd_add(watch_fd_, G_IO_IN, on_readable, handle_);
-        }
-        void TearDown() override
-        {
-                g_source_remove(watch_);
-                rcgi_free(handle_);
-                close(fd_);
+                server_.reset();
                 g_unlink(socket_path_.c_str());
                 g_rmdir(dir_);
                 g_free(dir_);
         }
 
-        // Runs work on a client thread while this thread serves, until the work is done.
-        void serve_while(const std::function<void()> &work)
-        {
-                std::atomic<bool> done = false;
-                std::thread client([&] {
-                        work();
-                        done = true;
-                        g_main_context_wakeup(nullptr);
-                });
-                while (!done)
-                        g_main_context_iteration(nullptr, TRUE);
-                client.join();
-        }
-
-        HttpAnswer request(HttpRequest request)
+        HttpAnswer request(HttpRequest request, HttpClient *client = nullptr)
         {
                 request.unix_socket = socket_path_;
                 HttpAnswer answer;
-                serve_while([&] { answer = http_request(request); });
+                serve_while([&] { answer = client ? client->request(request) : http_request(request); });
                 return answer;
         }
 
-        HttpAnswer post(const std::string &body)
+        HttpAnswer post(const std::string &body, HttpClient *client = nullptr)
         {
                 HttpRequest r;
                 r.body = body;
-                return request(r);
+                return request(r, client);
         }
 
         gchar *dir_ = g_dir_make_tmp("rcgi-XXXXXX", nullptr);
         std::string socket_path_ = std::string(dir_) + "/cgi.sock";
-        int fd_ = -1;
-        int watch_fd_ = -1;
-        RcgiHandle *handle_ = nullptr;
-        guint watch_ = 0;
+        std::unique_ptr<Server> server_ = std::make_unique<Server>(unix_listen(socket_path_));
 };
-
-std::string text(const JsonPtr &json)
-{
-        char *dumped = json ? json_dumps(json.get(), JSON_COMPACT | JSON_ENCODE_ANY) : nullptr;
-        std::string copy = dumped ? dumped : "(none)";
-        free(dumped);
-        return copy;
-}
 
 TEST_F(Rcgi, AnswersCarryTheEnvelopeWithContextAndMethodInOrder)
 {
-        struct Case {
-                std::string body;
-                std::string answer;
-        };
-        const Case cases[] = {
+        const std::pair<std::string, std::string> cases[] = {
                 {R"({"apiVersion": "1.1", "context": {"a": [1, "x"]}, "method": "echo", "params": {"x": 1, "y": null}})",
                  R"({"apiVersion":"1.1","context":{"a":[1,"x"]},"method":"echo","data":{"x":1,"y":null}})"},
                 {R"({"method": "nope", "context": 5, "apiVersion": "1.1"})",
@@ -198,14 +161,10 @@ TEST_F(Rcgi, AnswersCarryTheEnvelopeWithContextAndMethodInOrder)
         // All on one kept-alive connection.
         HttpClient client;
         long connections = 0;
-        for (const Case &c : cases) {
-                HttpRequest r;
-                r.unix_socket = socket_path_;
-                r.body = c.body;
-                HttpAnswer answer;
-                serve_while([&] { answer = client.request(r); });
-                EXPECT_EQ(answer.status, 200) << c.body;
-                EXPECT_EQ(answer.body, c.answer) << c.body;
+        for (const auto &[body, expected] : cases) {
+                const HttpAnswer answer = post(body, &client);
+                EXPECT_EQ(answer.status, 200) << body;
+                EXPECT_EQ(answer.body, expected) << body;
                 connections += answer.new_connections;
         }
         EXPECT_EQ(connections, 1);
@@ -214,11 +173,7 @@ TEST_F(Rcgi, AnswersCarryTheEnvelopeWithContextAndMethodInOrder)
 TEST_F(Rcgi, LibraryFailuresFollowTheirPrecedence)
 {
         const std::string deep = std::string(3000, '[') + std::string(3000, ']');
-        struct Case {
-                std::string body;
-                int code;
-        };
-        const Case cases[] = {
+        const std::pair<std::string, int> cases[] = {
                 // -7: not a JSON object, whatever else is wrong
                 {"", 907}, {"{", 907}, {"\"text\"", 907}, {"{\"method\": \"echo\", \"method\": \"echo\"}", 907},
                 {"{\"apiVersion\": \"1.1\", \"method\": \"echo\xff\", \"params\": {}}", 907},
@@ -242,14 +197,13 @@ TEST_F(Rcgi, LibraryFailuresFollowTheirPrecedence)
                 {R"({"apiVersion": "1.1", "method": "echo", "params": null})", 903},
                 {R"({"apiVersion": "1.1", "method": "echo"})", 902},
         };
-        for (const Case &c : cases) {
-                const HttpAnswer answer = post(c.body);
-                EXPECT_EQ(answer.status, 200) << c.body;
-                EXPECT_EQ(json_integer_value(json_object_get(json_object_get(answer.json.get(), "error"), "code")), c.code)
-                        << c.body.substr(0, 80) << " -> " << answer.body;
+        for (const auto &[body, code] : cases) {
+                const HttpAnswer answer = post(body);
+                EXPECT_EQ(answer.status, 200) << body;
+                EXPECT_EQ(json_integer_value(json_object_get(json_object_get(answer.json.get(), "error"), "code")), code)
+                        << body.substr(0, 80) << " -> " << answer.body;
         }
-        // A method without params gets an empty object; an accepted body at the limit.
-        EXPECT_EQ(text(post(R"({"apiVersion": "2.0", "method": "v2only"})").json), R"({"apiVersion":"2.0","method":"v2only","data":{}})");
+        // A body right at the limit is accepted.
         std::string largest = R"({"apiVersion": "1.1", "method": "echo", "params": {}})";
         largest.append(RCGI_MAX_BODY_SIZE - largest.size(), ' ');
         EXPECT_EQ(post(largest).status, 200);
@@ -282,74 +236,29 @@ TEST_F(Rcgi, OtherPathsMethodsAndOversizedBodiesGetHttpStatusesWithoutEnvelope)
                 const HttpAnswer answer = request(r);
                 EXPECT_EQ(answer.status, c.status) << c.method << " " << c.url_path << " " << answer.curl_error;
                 EXPECT_EQ(answer.allow, c.status == 405 ? "POST" : "") << c.method << " " << c.url_path;
-                if (c.status != 200) {
-                        EXPECT_EQ(answer.json, nullptr) << answer.body;
-                }
+                EXPECT_TRUE(c.status == 200 || !answer.json) << answer.body;
         }
         // The connection is still good after a refused request.
         EXPECT_EQ(post(R"({"apiVersion": "1.1", "method": "plain"})").status, 200);
 }
 
-// A client that connects and sends nothing, and one that stops half-way through its
-// headers, hold only their own connections while many others are served at once.
-TEST_F(Rcgi, SilentClientsDoNotHoldUpManyConcurrentOnes)
-{
-        int silent[2];
-        for (int &fd : silent) {
-                fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-                struct sockaddr_un address = {};
-                address.sun_family = AF_UNIX;
-                g_strlcpy(address.sun_path, socket_path_.c_str(), sizeof(address.sun_path));
-                ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
-        }
-        const char partial[] = "POST /zelk-cgi/trelvo.cgi HTTP/1.1\r\nHost: x\r\n";
-        ASSERT_EQ(write(silent[1], partial, sizeof(partial) - 1), static_cast<ssize_t>(sizeof(partial) - 1));
-
-        constexpr int clients = 16, requests_each = 20;
-        std::atomic<int> answered = 0;
-        serve_while([&] {
-                std::vector<std::thread> threads;
-                for (int i = 0; i < clients; i++)
-                        threads.emplace_back([&, i] {
-                                HttpClient client;
-                                HttpRequest r;
-                                r.unix_socket = socket_path_;
-                                r.body = R"({"apiVersion": "1.1", "method": "echo", "params": {"n": )" + std::to_string(i) + "}}";
-                                for (int k = 0; k < requests_each; k++) {
-                                        const HttpAnswer a = client.request(r);
-                                        if (a.status == 200 && json_integer_value(json_object_get(
-                                                                       json_object_get(a.json.get(), "data"), "n")) == i)
-                                                answered++;
-                                        else
-                                                ADD_FAILURE() << a.status << " " << a.curl_error << " " << a.body;
-                                }
-                        });
-                for (std::thread &t : threads)
-                        t.join();
-        });
-        EXPECT_EQ(answered, clients * requests_each);
-        for (int fd : silent)
-                close(fd);
-}
-
 TEST_F(Rcgi, ServesATcpSocketToo)
 {
-        int port = 0;
-        const int fd = listen_tcp(&port);
-        RcgiHandle *handle = nullptr;
-        int watch_fd = -1;
-        ASSERT_EQ(rcgi_new(fd, 0, &handle, &watch_fd), 0);
-        ASSERT_EQ(rcgi_add_path(handle, path, &api), 0);
-        const guint watch = g_unix_fd_add(watch_fd, G_IO_IN, on_readable, handle);
+        const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        struct sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof(address);
+        ASSERT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&address), size), 0);
+        ASSERT_EQ(listen(fd, 8), 0);
+        getsockname(fd, reinterpret_cast<sockaddr *>(&address), &size);
+        const Server tcp(fd);
         HttpRequest r;
-        r.url = "http://127.0.0.1:" + std::to_string(port) + path;
+        r.url = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + path;
         r.body = R"({"apiVersion": "1.1", "method": "echo", "params": {"tcp": true}})";
         HttpAnswer answer;
         serve_while([&] { answer = http_request(r); });
         EXPECT_EQ(answer.body, R"({"apiVersion":"1.1","method":"echo","data":{"tcp":true}})");
-        g_source_remove(watch);
-        rcgi_free(handle);
-        close(fd);
 }
 
 TEST(RcgiSetUp, RefusesWhatItCannotServe)
@@ -361,13 +270,11 @@ TEST(RcgiSetUp, RefusesWhatItCannotServe)
         const int unbound = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
         const int datagram = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
         EXPECT_EQ(rcgi_new(pipe_fds[0], 0, &handle, &watch_fd), -ENOTSOCK);
-        EXPECT_EQ(rcgi_new(99999, 0, &handle, &watch_fd), -EBADF);
         EXPECT_EQ(rcgi_new(unbound, 0, &handle, &watch_fd), -EINVAL);
         EXPECT_EQ(rcgi_new(datagram, 0, &handle, &watch_fd), -ESOCKTNOSUPPORT);
         EXPECT_EQ(handle, nullptr);
-        close(pipe_fds[0]);
-        close(pipe_fds[1]);
-        close(datagram);
+        for (int fd : {pipe_fds[0], pipe_fds[1], datagram})
+                close(fd);
 
         const struct sockaddr_un autobind = {AF_UNIX, {}}; // an abstract address of the kernel's choice
         ASSERT_EQ(bind(unbound, reinterpret_cast<const sockaddr *>(&autobind), sizeof(sa_family_t)), 0);

@@ -15,10 +15,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cerrno>
 #include <fcntl.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <thread>
 #include <unistd.h>
 
@@ -31,14 +28,10 @@ constexpr int systemd_fd = 3;
 // path is for the client.
 std::string hand_over_socket(void)
 {
-        gchar *dir = g_dir_make_tmp("cgi-test-XXXXXX", nullptr);
-        std::string path = std::string(dir) + "/cgi.sock";
-        g_free(dir);
-        const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-        struct sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        g_strlcpy(address.sun_path, path.c_str(), sizeof(address.sun_path));
-        if (bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) != 0 || listen(fd, 16) != 0)
+        g_autofree gchar *dir = g_dir_make_tmp("cgi-test-XXXXXX", nullptr);
+        const std::string path = std::string(dir) + "/cgi.sock";
+        const int fd = unix_listen(path);
+        if (fd < 0)
                 return "";
         if (fd != systemd_fd) {
                 dup2(fd, systemd_fd);
@@ -55,41 +48,21 @@ void hand_over_as_systemd(const char *fds)
         g_setenv("LISTEN_FDS", fds, TRUE);
 }
 
-// Runs the request on a client thread while this thread serves it.
-HttpAnswer serve(const std::string &body)
+// The outcome of one call (see cgi_outcome), served by this thread while a client
+// thread asks.
+std::string call(const std::string &method, const char *params = nullptr)
 {
         HttpAnswer answer;
         std::atomic<bool> done = false;
         std::thread client([&] {
-                answer = cgi_post(socket_path, body);
+                answer = cgi_post(socket_path, cgi_call_body(method, params));
                 done = true;
                 g_main_context_wakeup(nullptr);
         });
         while (!done)
                 g_main_context_iteration(nullptr, TRUE);
         client.join();
-        return answer;
-}
-
-std::string dump(const json_t *json)
-{
-        char *text = json_dumps(json, JSON_COMPACT | JSON_ENCODE_ANY);
-        std::string copy = text ? text : "";
-        free(text);
-        return copy;
-}
-
-// "data:<data>" or "error:<error>" of the answer to one call.
-std::string call(const std::string &method, const char *params)
-{
-        std::string body = R"({"apiVersion": "1.1", "method": ")" + method + "\"";
-        if (params)
-                body += std::string(", \"params\": ") + params;
-        const HttpAnswer answer = serve(body + "}");
-        for (const char *member : {"data", "error"})
-                if (const json_t *value = json_object_get(answer.json.get(), member))
-                        return std::string(member).append(":").append(dump(value));
-        return "no envelope: " + std::to_string(answer.status) + " " + answer.body + answer.curl_error;
+        return cgi_outcome(answer);
 }
 
 TEST(CgiSetUp, NeedsExactlyOneSocketFromSystemdThatTheLibraryCanServe)
@@ -97,9 +70,6 @@ TEST(CgiSetUp, NeedsExactlyOneSocketFromSystemdThatTheLibraryCanServe)
         ASSERT_FALSE(socket_path.empty()) << "no listening socket";
         LogCapture log;
         g_unsetenv("LISTEN_FDS");
-        EXPECT_FALSE(cgi_setup());
-        hand_over_as_systemd("1");
-        g_setenv("LISTEN_PID", "1", TRUE); // passed to another process
         EXPECT_FALSE(cgi_setup());
         // More than one: every descriptor from 3 up to the lowest free one is open.
         const int lowest_free = open("/dev/null", O_RDONLY | O_CLOEXEC);
@@ -121,7 +91,6 @@ TEST(CgiSetUp, NeedsExactlyOneSocketFromSystemdThatTheLibraryCanServe)
         cgi_cleanup(); // nothing was set up
         EXPECT_EQ(log.lines(), (std::vector<std::string>{
                                        "ERROR: Expected one file descriptor from systemd, got 0.",
-                                       "ERROR: Expected one file descriptor from systemd, got 0.",
                                        "ERROR: Expected one file descriptor from systemd, got " + more + ".",
                                        "ERROR: Failed to set up CGI: Socket operation on non-socket",
                                }));
@@ -142,14 +111,14 @@ TEST(CgiErrors, LibraryFailuresMapToApiCodesWithTheirMessages)
                 EXPECT_STREQ(cgi_error_message(code), message) << code;
 }
 
+// The radar offers every class but vehicles.
 class Cgi : public ::testing::Test {
 protected:
         static void SetUpTestSuite()
         {
                 const std::string provider_path = socket_path + ".radar";
                 g_setenv("RADAR_SCENE_PROVIDER_SOCKET", provider_path.c_str(), TRUE);
-                radar_ = new InProcessProvider(provider_path, {"Raw", "RawAssociated", "Unknown", "Human",
-                                                               "Vehicle", "SmallObject"});
+                radar_ = new InProcessProvider(provider_path, {"Raw", "RawAssociated", "Unknown", "Human", "SmallObject"});
                 ASSERT_TRUE(radar_->ok()) << radar_->error();
                 ASSERT_TRUE(radar_metadata_setup());
                 g_unlink(TRELVO_CONF_DIR "/trelvo.conf");
@@ -176,163 +145,121 @@ protected:
 InProcessProvider *Cgi::radar_ = nullptr;
 
 struct Exchange {
-        const char *method;
-        const char *params; // nullptr: none
-        const char *outcome;
+        std::string method;
+        std::string params; // "": none
+        std::string outcome;
 };
 
 void expect_exchanges(const std::vector<Exchange> &exchanges)
 {
         for (const Exchange &e : exchanges)
-                EXPECT_EQ(call(e.method, e.params), e.outcome) << e.method << " " << (e.params ? e.params : "");
+                EXPECT_EQ(call(e.method, e.params.empty() ? nullptr : e.params.c_str()), e.outcome)
+                        << e.method << " " << e.params;
 }
 
 constexpr const char *accepted = "data:{}";
 constexpr const char *faulty = R"(error:{"code":300,"message":"Faulty parameter"})";
 
+std::string out_of_range(const std::string &value, const char *parameter = "value")
+{
+        return R"(error:{"code":300,"message":"Invalid value ')" + value + "' for parameter '" + parameter + "'\"}";
+}
+
+// Each bound is accepted and read back with the range; a step beyond it is refused by name.
 TEST_F(Cgi, NumbersAreCheckedAgainstTheirInclusiveRanges)
 {
+        struct Ranged {
+                std::string name, min, max, below, above;
+        };
+        const Ranged settings[] = {
+                {"CameraMountingHeight", "1.0", "16.0", "0.9999", "16.0001"},
+                {"CameraPanOffset", "-360.0", "360.0", "-360.0001", "360.0001"},
+                {"CameraTiltOffset", "-10.0", "10.0", "-10.0001", "10.0001"},
+                {"CameraZoomDegree", "0.0", "100.0", "-0.0001", "100.0001"},
+                {"GuardTourTime", "1.0", "60.0", "0.9999", "60.0001"},
+                {"ReturnToHomeTimeout", "1", "300", "0.9999", "300.0001"},
+        };
+        for (const Ranged &s : settings) {
+                const auto value = [&](const std::string &v) { return R"({"value": )" + v + "}"; };
+                const auto read = [&](const std::string &v) {
+                        return R"(data:{"value":)" + v + R"(,"minValue":)" + s.min + R"(,"maxValue":)" + s.max + "}";
+                };
+                expect_exchanges({
+                        {"set" + s.name, value(s.min), accepted},
+                        {"get" + s.name, "", read(s.min)},
+                        {"set" + s.name, value(s.below), out_of_range(s.below)},
+                        {"set" + s.name, value(s.above), out_of_range(s.above)},
+                        {"set" + s.name, value(s.max), accepted},
+                        {"get" + s.name, "", read(s.max)},
+                });
+        }
         expect_exchanges({
-                {"getCameraMountingHeight", nullptr, R"(data:{"value":4.0,"minValue":1.0,"maxValue":16.0})"},
-                {"setCameraMountingHeight", R"({"value": 1})", accepted},
-                {"getCameraMountingHeight", nullptr, R"(data:{"value":1.0,"minValue":1.0,"maxValue":16.0})"},
-                {"setCameraMountingHeight", R"({"value": 0.9999})",
-                 R"(error:{"code":300,"message":"Invalid value '0.9999' for parameter 'value'"})"},
-                {"setCameraMountingHeight", R"({"value": 16.0001})",
-                 R"(error:{"code":300,"message":"Invalid value '16.0001' for parameter 'value'"})"},
                 {"setCameraMountingHeight", R"({"value": "5"})", faulty},
                 {"setCameraMountingHeight", R"({"height": 5})", faulty},
-                {"setCameraMountingHeight", nullptr, R"(error:{"code":102,"message":"Mandatory parameter(s) missing"})"},
-                {"setCameraMountingHeight", R"({"value": 16.0})", accepted},
-                {"getCameraMountingHeight", nullptr, R"(data:{"value":16.0,"minValue":1.0,"maxValue":16.0})"},
-
-                {"setCameraPanOffset", R"({"value": -360})", accepted},
-                {"getCameraPanOffset", nullptr, R"(data:{"value":-360.0,"minValue":-360.0,"maxValue":360.0})"},
-                {"setCameraPanOffset", R"({"value": 360.0001})",
-                 R"(error:{"code":300,"message":"Invalid value '360.0001' for parameter 'value'"})"},
-                {"setCameraPanOffset", R"({"value": -360.0001})",
-                 R"(error:{"code":300,"message":"Invalid value '-360.0001' for parameter 'value'"})"},
-                {"setCameraPanOffset", R"({"value": 360})", accepted},
-                {"getCameraPanOffset", nullptr, R"(data:{"value":360.0,"minValue":-360.0,"maxValue":360.0})"},
-
-                {"setCameraTiltOffset", R"({"value": -10})", accepted},
-                {"getCameraTiltOffset", nullptr, R"(data:{"value":-10.0,"minValue":-10.0,"maxValue":10.0})"},
-                {"setCameraTiltOffset", R"({"value": 10})", accepted},
-                {"setCameraTiltOffset", R"({"value": "5"})", faulty},
-                {"setCameraTiltOffset", R"({"value": -10.0001})",
-                 R"(error:{"code":300,"message":"Invalid value '-10.0001' for parameter 'value'"})"},
-                {"setCameraTiltOffset", R"({"value": 10.0001})",
-                 R"(error:{"code":300,"message":"Invalid value '10.0001' for parameter 'value'"})"},
-                {"getCameraTiltOffset", nullptr, R"(data:{"value":10.0,"minValue":-10.0,"maxValue":10.0})"},
-
-                {"setCameraZoomDegree", R"({"value": 0})", accepted},
-                {"getCameraZoomDegree", nullptr, R"(data:{"value":0.0,"minValue":0.0,"maxValue":100.0})"},
-                {"setCameraZoomDegree", R"({"value": -0.0001})",
-                 R"(error:{"code":300,"message":"Invalid value '-0.0001' for parameter 'value'"})"},
-                {"setCameraZoomDegree", R"({"value": 100.0001})",
-                 R"(error:{"code":300,"message":"Invalid value '100.0001' for parameter 'value'"})"},
-                {"setCameraZoomDegree", R"({"value": 100})", accepted},
-                {"getCameraZoomDegree", nullptr, R"(data:{"value":100.0,"minValue":0.0,"maxValue":100.0})"},
-
-                {"getGuardTourTime", nullptr, R"(data:{"value":4.0,"minValue":1.0,"maxValue":60.0})"},
-                {"setGuardTourTime", R"({"value": 1})", accepted},
-                {"getGuardTourTime", nullptr, R"(data:{"value":1.0,"minValue":1.0,"maxValue":60.0})"},
-                {"setGuardTourTime", R"({"value": 0.9999})",
-                 R"(error:{"code":300,"message":"Invalid value '0.9999' for parameter 'value'"})"},
-                {"setGuardTourTime", R"({"value": 60.0001})",
-                 R"(error:{"code":300,"message":"Invalid value '60.0001' for parameter 'value'"})"},
-                {"setGuardTourTime", R"({"value": 60})", accepted},
-                {"getGuardTourTime", nullptr, R"(data:{"value":60.0,"minValue":1.0,"maxValue":60.0})"},
-
-                {"getReturnToHomeTimeout", nullptr, R"(data:{"value":25,"minValue":1,"maxValue":300})"},
-                {"setReturnToHomeTimeout", R"({"value": 300})", accepted},
-                {"getReturnToHomeTimeout", nullptr, R"(data:{"value":300,"minValue":1,"maxValue":300})"},
-                {"setReturnToHomeTimeout", R"({"value": 300.5})",
-                 R"(error:{"code":300,"message":"Invalid value '300.5000' for parameter 'value'"})"},
-                {"setReturnToHomeTimeout", R"({"value": 0.9999})",
-                 R"(error:{"code":300,"message":"Invalid value '0.9999' for parameter 'value'"})"},
+                {"setCameraMountingHeight", "", R"(error:{"code":102,"message":"Mandatory parameter(s) missing"})"},
                 {"setReturnToHomeTimeout", R"({"value": true})", faulty},
-                {"setReturnToHomeTimeout", R"({"value": 12.9})", accepted},
-                {"getReturnToHomeTimeout", nullptr, R"(data:{"value":12,"minValue":1,"maxValue":300})"},
-                {"setReturnToHomeTimeout", R"({"value": 1})", accepted},
-                {"getReturnToHomeTimeout", nullptr, R"(data:{"value":1,"minValue":1,"maxValue":300})"},
+                {"setReturnToHomeTimeout", R"({"value": 12.9})", accepted}, // whole seconds, toward zero
+                {"getReturnToHomeTimeout", "", R"(data:{"value":12,"minValue":1,"maxValue":300})"},
         });
 }
 
 TEST_F(Cgi, SwitchesTakeOnlyJsonBooleans)
 {
-        expect_exchanges({
-                {"getTrackingEnabled", nullptr, R"(data:{"value":false})"},
-                {"setTrackingEnabled", R"({"value": true})", accepted},
-                {"getTrackingEnabled", nullptr, R"(data:{"value":true})"},
-                {"setTrackingEnabled", R"({"value": 0})", faulty},
-                {"setTrackingEnabled", R"({"value": "false"})", faulty},
-                {"getTrackingEnabled", nullptr, R"(data:{"value":true})"},
-                {"setTrackingEnabled", R"({"value": false})", accepted},
-                {"getTrackingEnabled", nullptr, R"(data:{"value":false})"},
-
-                {"getGuardTourEnabled", nullptr, R"(data:{"value":false})"},
-                {"setGuardTourEnabled", R"({"value": null})", faulty},
-                {"setGuardTourEnabled", R"({"value": true})", accepted},
-                {"getGuardTourEnabled", nullptr, R"(data:{"value":true})"},
-
-                {"getReturnToHomeEnabled", nullptr, R"(data:{"value":false})"},
-                {"setReturnToHomeEnabled", R"({"value": 1})", faulty},
-                {"setReturnToHomeEnabled", R"({"value": true})", accepted},
-                {"getReturnToHomeEnabled", nullptr, R"(data:{"value":true})"},
-        });
+        const std::pair<std::string, const char *> switches[] = {
+                {"TrackingEnabled", "0"}, {"GuardTourEnabled", "null"}, {"ReturnToHomeEnabled", R"("true")"}};
+        for (const auto &[name, not_boolean] : switches)
+                expect_exchanges({
+                        {"get" + name, "", R"(data:{"value":false})"},
+                        {"set" + name, std::string(R"({"value": )") + not_boolean + "}", faulty},
+                        {"set" + name, R"({"value": true})", accepted},
+                        {"get" + name, "", R"(data:{"value":true})"},
+                        {"set" + name, R"({"value": false})", accepted},
+                        {"get" + name, "", R"(data:{"value":false})"},
+                });
 }
 
 TEST_F(Cgi, ObjectTypesFollowTheRadarsClassesAndChangeOnlyWhereNamed)
 {
         expect_exchanges({
-                {"getCapabilities", nullptr,
+                {"getCapabilities", "",
                  R"(data:{"returnToHomeEnabled":{},"returnToHomeTimeout":{"minValue":1,"maxValue":300},)"
-                 R"("objectTypesToTrack":{"types":["small","human","vehicle","unknown"]}})"},
-                {"getObjectTypesToTrack", nullptr, R"(data:{"small":false,"human":true,"vehicle":true,"unknown":false})"},
+                 R"("objectTypesToTrack":{"types":["small","human","unknown"]}})"},
+                {"getObjectTypesToTrack", "", R"(data:{"small":false,"human":true,"unknown":false})"},
                 {"setObjectTypesToTrack", R"({"human": false})", accepted},
-                {"getObjectTypesToTrack", nullptr, R"(data:{"small":false,"human":false,"vehicle":true,"unknown":false})"},
+                {"getObjectTypesToTrack", "", R"(data:{"small":false,"human":false,"unknown":false})"},
                 {"setObjectTypesToTrack", R"({"human": 0})", faulty},
                 {"setObjectTypesToTrack", R"({})", faulty},
                 {"setObjectTypesToTrack", R"({"human": 0, "small": true})", accepted},
-                {"getObjectTypesToTrack", nullptr, R"(data:{"small":true,"human":false,"vehicle":true,"unknown":false})"},
-                {"setObjectTypesToTrack", R"({"unknown": true, "vehicle": false, "unidentified": false})", accepted},
-                {"getObjectTypesToTrack", nullptr, R"(data:{"small":true,"human":false,"vehicle":false,"unknown":true})"},
+                {"getObjectTypesToTrack", "", R"(data:{"small":true,"human":false,"unknown":false})"},
+                {"setObjectTypesToTrack", R"({"unknown": true, "small": false, "unidentified": false})", accepted},
+                {"getObjectTypesToTrack", "", R"(data:{"small":false,"human":false,"unknown":true})"},
         });
 }
 
 TEST_F(Cgi, CameraAddressesOfSevenOrMoreCharactersMustBeStrictDottedQuads)
 {
         const std::pair<const char *, bool> addresses[] = {
-                {"10.0.0.1", true},        {"0.0.0.0", true},          {"255.255.255.255", true},
-                {"192.168.1.100", true},   {"", true},                 {"abc", true},
-                {"1.2.3", true},           {"..1.2.", true},           {"192.168.001.10", false},
-                {"1.2.3.4.", false},       {"1.2.3.4.5", false},       {"256.1.1.1", false},
-                {"1.2.3.04", false},       {"1..2.3.4", false},        {".1.2.34", false},
-                {"1.2.3.4 ", false},       {"1.2.3.-4", false},        {"camera.local", false},
-                {"10.0.0.1000", false},    {"1.2.34", true},
+                {"10.0.0.1", true},     {"0.0.0.0", true},     {"255.255.255.255", true}, {"192.168.1.100", true},
+                {"", true},             {"abc", true},         {"1.2.3", true},           {"..1.2.", true},
+                {"192.168.001.10", false}, {"1.2.3.4.", false}, {"1.2.3.4.5", false},     {"256.1.1.1", false},
+                {"1.2.3.04", false},    {"1..2.3.4", false},   {".1.2.34", false},        {"1.2.3.4 ", false},
+                {"1.2.3.-4", false},    {"camera.local", false}, {"10.0.0.1000", false},  {"1.2.34", true},
         };
         for (const auto &[ip, valid] : addresses) {
                 const std::string params = std::string(R"({"ip": ")") + ip + R"(", "user": "op", "pass": "pw"})";
-                const std::string outcome = call("setCameraConnection", params.c_str());
+                EXPECT_EQ(call("setCameraConnection", params.c_str()), valid ? accepted : out_of_range(ip, "ip")) << ip;
                 if (valid) {
-                        EXPECT_EQ(outcome, accepted) << ip;
-                        EXPECT_EQ(call("getCameraConnection", nullptr),
+                        EXPECT_EQ(call("getCameraConnection"),
                                   std::string(R"(data:{"ip":")") + ip + R"(","user":"op","state":"disconnected"})");
-                } else {
-                        EXPECT_EQ(outcome, std::string(R"(error:{"code":300,"message":"Invalid value ')") + ip +
-                                                   "' for parameter 'ip'\"}")
-                                << ip;
                 }
         }
         expect_exchanges({
                 {"setCameraConnection", R"({"ip": "10.0.0.2", "user": "op"})", faulty},
                 {"setCameraConnection", R"({"ip": "10.0.0.2", "user": "op", "pass": 5})", faulty},
                 {"setCameraConnection", R"({"ip": null, "user": "op", "pass": "pw"})", faulty},
-                {"getCameraConnection", nullptr, R"(data:{"ip":"1.2.34","user":"op","state":"disconnected"})"},
-                {"saveCameraPanOffset", nullptr, R"(error:{"code":301,"message":"No camera connected"})"},
-                {"saveCameraTiltOffset", nullptr, R"(error:{"code":301,"message":"No camera connected"})"},
-                {"noSuchMethod", nullptr, R"(error:{"code":203,"message":"Invalid method"})"},
+                {"getCameraConnection", "", R"(data:{"ip":"1.2.34","user":"op","state":"disconnected"})"},
+                {"saveCameraPanOffset", "", R"(error:{"code":301,"message":"No camera connected"})"},
+                {"saveCameraTiltOffset", "", R"(error:{"code":301,"message":"No camera connected"})"},
         });
 }
 
