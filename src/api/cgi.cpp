@@ -1,4 +1,5 @@
 #include "cgi.h"
+#include "cgi_api.h"
 
 #include "camera.h"
 #include "log.h"
@@ -457,6 +458,11 @@ const char *cgi_error_message(int code)
                 if (text.code == code)
                         return text.message;
         return "Internal error";
+}
+
+const RcgiApi *cgi_api_descriptor(void)
+{
+        return &cgi_api;
 }
 
 int cgi_map_error_code(int library_code)

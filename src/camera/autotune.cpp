@@ -48,7 +48,7 @@ void autotune_check_zoom_scale(const CameraPosition &camera)
         if (correction == 0.0f)
                 return;
         zoom_calibration_set_correction(correction);
-        persistent_set_zoom_correction(correction);
+        persistent_set_zoom_correction(static_cast<double>(correction));
         camera_send_absolute_move(test_pan, test_tilt, 1.0f);
         autotune.step = STEP_WAIT_FOR_START;
         autotune.wait_count = 0;

@@ -282,12 +282,12 @@ gchar *camera_get_connection_state(void)
 
 double camera_get_pan(void)
 {
-        return camera_position_get().pan;
+        return static_cast<double>(camera_position_get().pan);
 }
 
 double camera_get_tilt(void)
 {
-        return camera_position_get().tilt;
+        return static_cast<double>(camera_position_get().tilt);
 }
 
 void camera_request_reconnect(void)

@@ -29,7 +29,8 @@ void camera_position_take_flag(int *stored, int reported)
 float camera_position_magnification(int zoom_position)
 {
         const ZoomCalibration &c = record.calibration;
-        return ((c.max_field_angle / c.min_field_angle - 1.0f) * static_cast<float>(zoom_position - 1) *
+        // In 64 bits: a camera may report the lowest int as its zoom.
+        return ((c.max_field_angle / c.min_field_angle - 1.0f) * static_cast<float>(int64_t{zoom_position} - 1) *
                 c.zoom_correction) / 9999.0f +
                1.0f;
 }

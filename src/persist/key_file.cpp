@@ -3,6 +3,10 @@
 #include "log.h"
 #include "persistent.h"
 
+#include <glib/gstdio.h>
+
+#include <cerrno>
+
 namespace {
 
 // Named for the failed-precondition reports, which print the checked expression.
@@ -10,6 +14,55 @@ GKeyFile *key_file = nullptr;
 
 // The file holds the encrypted camera password: its owner alone may read it.
 constexpr int file_mode = 0600;
+
+// A file that loaded only in part is kept beside it, once, before the first save replaces
+// it: that save writes only what was read up to the damage.
+#define PERSISTENT_DAMAGED_PATH PERSISTENT_PATH ".damaged"
+
+struct DamagedFile {
+        bool pending = false;
+        gchar *contents = nullptr; // as loaded; NULL when the file could not be read at all
+        gsize length = 0;
+};
+
+DamagedFile damaged;
+
+void forget_damaged_file(void)
+{
+        g_clear_pointer(&damaged.contents, g_free);
+        damaged = DamagedFile{};
+}
+
+// After a load that failed for another reason than a missing file.
+void remember_damaged_file(void)
+{
+        forget_damaged_file();
+        damaged.pending = true;
+        if (!g_file_get_contents(PERSISTENT_PATH, &damaged.contents, &damaged.length, nullptr))
+                damaged.contents = nullptr;
+}
+
+// The bytes as loaded, owner-only, over any older copy; a file that could not be read is
+// moved aside whole instead. Until this succeeds no save may replace the file.
+bool keep_damaged_file(GError **error)
+{
+        if (damaged.contents) {
+                if (!g_file_set_contents_full(PERSISTENT_DAMAGED_PATH, damaged.contents,
+                                              static_cast<gssize>(damaged.length), G_FILE_SET_CONTENTS_CONSISTENT,
+                                              file_mode, error))
+                        return false;
+        } else if (g_rename(PERSISTENT_PATH, PERSISTENT_DAMAGED_PATH) == 0) {
+                g_chmod(PERSISTENT_DAMAGED_PATH, file_mode);
+        } else if (errno != ENOENT) {
+                const int saved = errno;
+                g_set_error(error, G_FILE_ERROR, g_file_error_from_errno(saved), "Failed to move %s aside: %s",
+                            PERSISTENT_PATH, g_strerror(saved));
+                return false;
+        }
+        log_warning("%sKept the damaged configuration file as %s", PERSISTENT_DAMAGED_PATH);
+        forget_damaged_file();
+        return true;
+}
 
 // A missing key read back: the default goes into the file so it fills itself in.
 void write_back_default(const gchar *key)
@@ -93,6 +146,13 @@ GKeyFile *persistent_key_file(void)
 
 gboolean persistent_save(GError **error)
 {
+        // Without a key file there is nothing to write: saving would empty the file.
+        if (!key_file) {
+                g_set_error_literal(error, G_FILE_ERROR, G_FILE_ERROR_FAILED, "No configuration file is loaded");
+                return FALSE;
+        }
+        if (damaged.pending && !keep_damaged_file(error))
+                return FALSE;
         gsize length = 0;
         gchar *data = g_key_file_to_data(key_file, &length, nullptr);
         const gboolean saved = g_file_set_contents_full(PERSISTENT_PATH, data, static_cast<gssize>(length),
@@ -104,6 +164,7 @@ gboolean persistent_save(GError **error)
 gboolean persistent_setup(void)
 {
         g_clear_pointer(&key_file, g_key_file_free);
+        forget_damaged_file();
         key_file = g_key_file_new();
 
         GError *error = nullptr;
@@ -117,12 +178,14 @@ gboolean persistent_setup(void)
         log_warning("%sFailed to read configuration from file, path: %s, error: %s", PERSISTENT_PATH,
                     error ? error->message : "(unknown)");
         g_clear_error(&error);
+        remember_damaged_file();
         return TRUE;
 }
 
 void persistent_cleanup(void)
 {
         g_clear_pointer(&key_file, g_key_file_free);
+        forget_damaged_file();
 }
 
 double get_double(const gchar *group, const gchar *key, double default_value, const gchar *message)

@@ -10,7 +10,9 @@
 
 // NULL when no file is set up.
 GKeyFile *persistent_key_file(void);
-// Writes the whole held key file aside, owner-only, and renames it over the file.
+// Writes the whole held key file aside, owner-only, and renames it over the file. The first
+// save after a load that failed part-way first keeps the damaged file as trelvo.conf.damaged
+// (and fails, touching nothing, when it cannot). FALSE without a held key file.
 gboolean persistent_save(GError **error);
 
 double get_double(const gchar *group, const gchar *key, double default_value, const gchar *message);

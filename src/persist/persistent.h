@@ -6,7 +6,8 @@
 #include <glib.h>
 
 // Loads the file, or creates it with its defaults when there is none. FALSE only when
-// a missing file cannot be created.
+// a missing file cannot be created. A file that loads only in part is kept as
+// trelvo.conf.damaged by the first save that replaces it.
 gboolean persistent_setup(void);
 // Forgets the key file without saving.
 void persistent_cleanup(void);

@@ -184,8 +184,8 @@ void radar_metadata_take_objects(const Scene &scene)
                         radar_metadata_log_fault(fault);
                         return;
                 }
-                if (exclude_areas_contains(double{object.bounding_box().left()},
-                                           double{object.bounding_box().top()}))
+                if (exclude_areas_contains(static_cast<double>(object.bounding_box().left()),
+                                           static_cast<double>(object.bounding_box().top())))
                         continue;
                 int32_t class_index = 0;
                 fault = scene_object_check_classification(object, metadata.class_count, &class_index);

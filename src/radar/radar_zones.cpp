@@ -45,19 +45,7 @@ void radar_zones_load_entry(gint32 zone_id, const gchar *entry)
                 g_clear_error(&error);
                 return;
         }
-        GVariant *areas = radar_zones_first_element(reply, G_VARIANT_TYPE("a(sa(dd))"));
-        if (areas) {
-                GVariantIter iter;
-                g_variant_iter_init(&iter, areas);
-                const gchar *kind = nullptr;
-                GVariant *polygon = nullptr;
-                while (g_variant_iter_next(&iter, "(&s@a(dd))", &kind, &polygon)) {
-                        if (g_strcmp0(kind, exclude_area_kind) == 0)
-                                exclude_areas_add(zone_id, polygon);
-                        g_variant_unref(polygon);
-                }
-                g_variant_unref(areas);
-        }
+        radar_zones_load_areas(zone_id, reply);
         g_variant_unref(reply);
 }
 
@@ -181,4 +169,21 @@ void radar_zones_load(GVariant *body)
                 g_variant_unref(zone);
         }
         g_variant_unref(zones);
+}
+
+void radar_zones_load_areas(gint32 zone_id, GVariant *reply)
+{
+        GVariant *areas = radar_zones_first_element(reply, G_VARIANT_TYPE("a(sa(dd))"));
+        if (!areas)
+                return;
+        GVariantIter iter;
+        g_variant_iter_init(&iter, areas);
+        const gchar *kind = nullptr;
+        GVariant *polygon = nullptr;
+        while (g_variant_iter_next(&iter, "(&s@a(dd))", &kind, &polygon)) {
+                if (g_strcmp0(kind, exclude_area_kind) == 0)
+                        exclude_areas_add(zone_id, polygon);
+                g_variant_unref(polygon);
+        }
+        g_variant_unref(areas);
 }

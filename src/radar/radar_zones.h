@@ -17,3 +17,6 @@ void radar_zones_fetch(void);
 // whose first element is of type a(ia(sb)). Called between exclude_areas_clear and
 // exclude_areas_publish.
 void radar_zones_load(GVariant *body);
+// Adds the "excludeArea" polygons of one "GetZoneAreas" reply, whose first element is of
+// type a(sa(dd)), to the zone's areas; any other reply adds nothing.
+void radar_zones_load_areas(gint32 zone_id, GVariant *reply);

@@ -9,6 +9,23 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+namespace {
+
+// The command the service runs under, from TRELVO_SERVICE_WRAPPER (e.g. valgrind and its
+// options, split as a shell would); none when it is unset or empty.
+std::vector<std::string> service_wrapper(void)
+{
+        const char *text = g_getenv("TRELVO_SERVICE_WRAPPER");
+        gchar **words = nullptr;
+        if (!text || !*text || !g_shell_parse_argv(text, nullptr, &words, nullptr))
+                return {};
+        std::vector<std::string> wrapper(words, words + g_strv_length(words));
+        g_strfreev(words);
+        return wrapper;
+}
+
+} // namespace
+
 ServiceProcess::ServiceProcess(const ServiceOptions &options)
 {
         bus_address_ = private_bus_unreachable_address();
@@ -34,7 +51,10 @@ ServiceProcess::ServiceProcess(const ServiceOptions &options)
                 argv.push_back("--conf-readonly");
         if (options.keep_net)
                 argv.push_back("--keep-net");
-        argv.insert(argv.end(), {"--", TRELVO_BINARY});
+        argv.push_back("--");
+        const std::vector<std::string> wrapper = service_wrapper();
+        argv.insert(argv.end(), wrapper.begin(), wrapper.end());
+        argv.push_back(TRELVO_BINARY);
 
         int cgi_fd = -1;
         if (options.cgi_socket) {

@@ -1,5 +1,6 @@
 // The real trelvo binary, started inside the rig's sandbox with its output captured line
-// by line, for tests that drive the service from outside.
+// by line, for tests that drive the service from outside. With TRELVO_SERVICE_WRAPPER set
+// (e.g. "valgrind --error-exitcode=99 ..."), the service runs under that command.
 #pragma once
 
 #include "child_process.h"

@@ -120,6 +120,9 @@ TEST(CameraPosition, AppliesOnlyReportedFieldsAndDerivesMagnificationAndMoving)
         EXPECT_FLOAT_EQ(zoom_magnification(10000), 29.0f);
         zoom_calibration_set_correction(1.0f);
         zoom_calibration_set_field_angles(2.2f, 62.9f);
+
+        // A reply of zoom=-2147483648: one below it is no int.
+        EXPECT_FLOAT_EQ(zoom_magnification(INT32_MIN), (62.9f / 2.2f - 1.0f) * -2147483649.0f / 9999.0f + 1.0f);
 }
 
 } // namespace

@@ -16,6 +16,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 const std::string path = PERSISTENT_PATH;
+const std::string damaged_path = path + ".damaged";
 
 std::string take(gchar *text)
 {
@@ -24,11 +25,17 @@ std::string take(gchar *text)
         return copy;
 }
 
-std::string file_text()
+std::string file_text(const std::string &file = path)
 {
         gchar *data = nullptr;
-        g_file_get_contents(path.c_str(), &data, nullptr, nullptr);
+        g_file_get_contents(file.c_str(), &data, nullptr, nullptr);
         return take(data);
+}
+
+unsigned file_mode(const std::string &file)
+{
+        struct stat info;
+        return stat(file.c_str(), &info) == 0 ? info.st_mode & 0777 : 0;
 }
 
 // Line for line; a trailing '*' leaves the rest of that line (GLib's own message) free.
@@ -56,6 +63,7 @@ protected:
                 in_sandbox_ = statfs(TRELVO_CONF_DIR, &fs) == 0 && fs.f_type == TMPFS_MAGIC;
                 ASSERT_TRUE(in_sandbox_) << "run inside tests/rig/sandbox (ctest does)";
                 unlink(path.c_str());
+                unlink(damaged_path.c_str());
         }
         void TearDown() override
         {
@@ -173,14 +181,71 @@ TEST_F(Persist, OtherReadFailuresAreLoggedAndLeaveTheFileAlone)
         expect_lines(log.lines(), {"WARNING: Failed to read tracking enabled from file " + path + ", error(4): *",
                                    "WARNING: Failed to read camera mounting height from file " + path + ", error(5): *"});
 
-        // A file that does not parse: defaults, until the first change saves the file anew.
+}
+
+// What follows the damage is not lost: the file is kept aside before a save replaces it.
+TEST_F(Persist, DamagedFileIsKeptOnceOwnerOnlyBeforeTheFirstSaveReplacesIt)
+{
+        const std::string damaged = "[camera]\nmounting_height=7.5\nnot a key\npan_offset=3\n";
+        g_file_set_contents(path.c_str(), damaged.c_str(), -1, nullptr);
+        g_file_set_contents(damaged_path.c_str(), "an older copy", -1, nullptr);
+        chmod(damaged_path.c_str(), 0644);
+        LogCapture log;
+        ASSERT_TRUE(persistent_setup());
+        double value = 0.0;
+        persistent_get_mounting_height(&value);
+        EXPECT_EQ(value, 7.5);
+        persistent_get_pan_offset(&value); // after the damage: missing, so written back...
+        EXPECT_EQ(value, 0.0);
+        expect_lines(log.lines(), {"WARNING: Failed to read configuration from file, path: " + path + ", error: *",
+                                   "WARNING: Kept the damaged configuration file as " + damaged_path});
+        EXPECT_EQ(file_text(damaged_path), damaged); // ...after the copy, which replaced the older one
+        EXPECT_EQ(file_mode(damaged_path), 0600u);
+        EXPECT_EQ(file_text(), "[camera]\nmounting_height=7.5\npan_offset=0\n");
+
         log.clear();
+        unlink(damaged_path.c_str());
+        persistent_set_tilt_offset(1.5); // a second save copies nothing
+        EXPECT_FALSE(g_file_test(damaged_path.c_str(), G_FILE_TEST_EXISTS));
+        EXPECT_TRUE(log.lines().empty());
+
+        // A copy that cannot be written stops the save: the file stays as it is.
         g_file_set_contents(path.c_str(), "not a key file\n", -1, nullptr);
         ASSERT_TRUE(persistent_setup());
-        expect_lines(log.lines(), {"WARNING: Failed to read configuration from file, path: " + path + ", error: *"});
-        EXPECT_EQ(persistent_get_guard_tour_time(), 4.0f);
+        set_read_only(true);
+        log.clear();
         persistent_set_pan_offset(12.5);
-        EXPECT_EQ(file_text(), "[camera]\npan_offset=12.5\n");
+        expect_lines(log.lines(), {"WARNING: Failed to save camera pan offset",
+                                   "WARNING: error: Failed to create file “" + damaged_path + "*"});
+        EXPECT_EQ(file_text(), "not a key file\n");
+        set_read_only(false);
+        persistent_set_tilt_offset(1.5);
+        EXPECT_EQ(file_text(damaged_path), "not a key file\n");
+        EXPECT_EQ(file_text(), "[camera]\npan_offset=12.5\ntilt_offset=1.5\n");
+
+        // A load that works forgets the damage of the one before it.
+        unlink(damaged_path.c_str());
+        g_file_set_contents(path.c_str(), "not a key file\n", -1, nullptr);
+        ASSERT_TRUE(persistent_setup());
+        g_file_set_contents(path.c_str(), "[camera]\n", -1, nullptr);
+        ASSERT_TRUE(persistent_setup());
+        persistent_set_pan_offset(1.0);
+        EXPECT_FALSE(g_file_test(damaged_path.c_str(), G_FILE_TEST_EXISTS));
+
+        // One that cannot be read at all is moved aside whole, or else nothing is saved.
+        unlink(path.c_str());
+        ASSERT_EQ(mkdir(path.c_str(), 0700), 0);
+        ASSERT_TRUE(persistent_setup());
+        set_read_only(true);
+        log.clear();
+        persistent_set_pan_offset(2.0);
+        expect_lines(log.lines(), {"WARNING: Failed to save camera pan offset",
+                                   "WARNING: error: Failed to move " + path + " aside: *"});
+        set_read_only(false);
+        persistent_set_pan_offset(2.0);
+        EXPECT_TRUE(g_file_test(damaged_path.c_str(), G_FILE_TEST_IS_DIR));
+        EXPECT_EQ(file_text(), "[camera]\npan_offset=2\n");
+        rmdir(damaged_path.c_str());
 }
 
 TEST_F(Persist, WithoutAKeyFileEveryAccessorReportsTheFailedCheckAndReturnsItsDefault)
@@ -203,6 +268,14 @@ TEST_F(Persist, WithoutAKeyFileEveryAccessorReportsTheFailedCheckAndReturnsItsDe
         for (const std::string &line : lines)
                 EXPECT_TRUE(line.starts_with("CRITICAL: ") && line.ends_with(": assertion 'key_file' failed")) << line;
         EXPECT_EQ(file_text(), "");
+
+        // Nothing to write is no reason to empty the file.
+        g_file_set_contents(path.c_str(), "[camera]\npan_offset=1\n", -1, nullptr);
+        GError *error = nullptr;
+        EXPECT_FALSE(persistent_save(&error));
+        EXPECT_NE(error, nullptr);
+        g_clear_error(&error);
+        EXPECT_EQ(file_text(), "[camera]\npan_offset=1\n");
 }
 
 TEST_F(Persist, ReadOnlyDirectoryFailsCreationAndKeepsChangesInMemory)
