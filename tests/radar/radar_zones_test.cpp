@@ -137,18 +137,13 @@ TEST_F(RadarZones, ZonesChangedRebuildsTheStoreFromTheSignal)
         start_sim();
         ASSERT_TRUE(radar_zones_init());
         EXPECT_FALSE(exclude_areas_contains(0, 0));
-        ASSERT_TRUE(set_zones(mixed_zones));
-        EXPECT_TRUE(iterate_until([] { return exclude_areas_contains(0, 0); }));
-
         // Zones that overlap only in part: the overlap alone is excluded.
         ASSERT_TRUE(set_zones(R"([
           {"id": 1, "areas": [{"name": "a", "polygon": [[-0.5, -0.5], [0.1, -0.5], [0.1, 0.5], [-0.5, 0.5]]}]},
           {"id": 2, "areas": [{"name": "b", "polygon": [[-0.1, -0.5], [0.5, -0.5], [0.5, 0.5], [-0.1, 0.5]]}]}
         ])"));
-        EXPECT_TRUE(iterate_until([] { return !exclude_areas_contains(-0.3, 0); }));
-        EXPECT_TRUE(exclude_areas_contains(0, 0));
-        EXPECT_FALSE(exclude_areas_contains(0.3, 0));
-
+        EXPECT_TRUE(iterate_until([] { return exclude_areas_contains(0, 0); }));
+        EXPECT_FALSE(exclude_areas_contains(-0.3, 0) || exclude_areas_contains(0.3, 0));
         ASSERT_TRUE(set_zones("[]"));
         EXPECT_TRUE(iterate_until([] { return !exclude_areas_contains(0, 0); }));
         EXPECT_TRUE(log.matching("ERROR").empty());

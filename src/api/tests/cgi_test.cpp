@@ -248,10 +248,6 @@ TEST_F(Cgi, CameraAddressesOfSevenOrMoreCharactersMustBeStrictDottedQuads)
         for (const auto &[ip, valid] : addresses) {
                 const std::string params = std::string(R"({"ip": ")") + ip + R"(", "user": "op", "pass": "pw"})";
                 EXPECT_EQ(call("setCameraConnection", params.c_str()), valid ? accepted : out_of_range(ip, "ip")) << ip;
-                if (valid) {
-                        EXPECT_EQ(call("getCameraConnection"),
-                                  std::string(R"(data:{"ip":")") + ip + R"(","user":"op","state":"disconnected"})");
-                }
         }
         expect_exchanges({
                 {"setCameraConnection", R"({"ip": "10.0.0.2", "user": "op"})", faulty},
