@@ -125,10 +125,6 @@ TEST(CameraPosition, AppliesOnlyReportedFieldsAndDerivesMagnificationAndMoving)
         EXPECT_FLOAT_EQ(zoom_magnification(INT32_MIN), (62.9f / 2.2f - 1.0f) * -2147483649.0f / 9999.0f + 1.0f);
 }
 
-} // namespace
-
-namespace {
-
 TEST(AutotuneZoomCheck, FullScaleAround100HalfScaleAround50NothingElse)
 {
         const std::pair<int, float> table[] = {{44, 0.0f}, {45, 2.0f}, {50, 2.0f}, {55, 2.0f}, {56, 0.0f},
