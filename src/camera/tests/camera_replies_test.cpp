@@ -73,6 +73,8 @@ TEST(Probe, ReadsFieldAnglesInTenthsAndTheProductNumberAsOneBoundedToken)
                                 &min_angle, &max_angle);
         EXPECT_TRUE(std::isnan(min_angle));
         EXPECT_TRUE(std::isnan(max_angle));
+        probe_read_field_angles("PTZ.Limit.L1.MinFieldAngle=22\n", &min_angle, &max_angle);
+        EXPECT_TRUE(std::isnan(max_angle)) << "missing from the list: not the other's value";
 
         char product[64];
         const std::string longest(63, 'P');
