@@ -48,9 +48,6 @@ TEST_F(CameraEndToEnd, AutotunesANewModelOnceFollowsThePersonAndConnectsStraight
         {
                 std::unique_ptr<ServiceProcess> service = unit.start_service();
                 ASSERT_TRUE(service->events().wait_for_states({"connecting", "autotune", "connected"}, 90.0));
-                const std::string conf = unit.conf_text();
-                EXPECT_NE(conf.find("name=ZPT-6100\n"), std::string::npos) << conf;
-                EXPECT_EQ(conf.find("pan_kp=1\n"), std::string::npos) << "tuned gains stored: " << conf;
 
                 // Following: the camera's pan comes within a few degrees of the walking person.
                 EXPECT_TRUE(camera.wait_for(
@@ -67,18 +64,6 @@ TEST_F(CameraEndToEnd, AutotunesANewModelOnceFollowsThePersonAndConnectsStraight
                 stop(*service);
         }
         EXPECT_EQ(camera.status().http_connections, connections + 1) << "one kept-alive connection per run";
-}
-
-TEST_F(CameraEndToEnd, WrongCredentialsEndInConnectFailedAndNothingMore)
-{
-        SimCameraProcess camera;
-        unit.configure("not the password");
-        std::unique_ptr<ServiceProcess> service = unit.start_service();
-        ASSERT_TRUE(service->events().wait_for_states({"connecting", "connect_failed"}));
-        // Polls go on (401 each time); no state changes.
-        ASSERT_TRUE(camera.wait_for([](const SimCameraStatus &s) { return s.requests >= 12; }, "six more polls"));
-        EXPECT_EQ(service->events().states(), (Strings{"connecting", "connect_failed"}));
-        stop(*service);
 }
 
 TEST_F(CameraEndToEnd, ACameraThatStopsAnsweringNeverStopsTheService)

@@ -9,7 +9,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -17,33 +16,19 @@ struct SimCameraStatus {
         double pan = 0.0;
         double tilt = 0.0;
         double zoom = 0.0;
-        int reported_zoom = 0;
         bool moving = false;
-        double pan_speed = 0.0; // last continuous speeds commanded, -100 to 100
-        double tilt_speed = 0.0;
-        double zoom_speed = 0.0;
         uint64_t http_connections = 0; // TCP connections accepted per port since start
         uint64_t https_connections = 0;
-        uint64_t requests = 0; // requests logged since start
-        std::vector<std::string> faults;
-        std::string firmware;
-        bool metadata = false;
-        bool stream_offered = false;
-        std::string product_number;
-        int min_field_angle = 0;
-        int max_field_angle = 0;
+        uint64_t requests = 0;     // requests logged since start
         uint64_t rtsp_clients = 0; // metadata stream clients connected now
-        uint64_t rtsp_packets = 0; // metadata packets sent since start
         std::string json;          // the whole /status document
 };
 
 struct SimCameraRequest {
-        uint64_t seq = 0;
         int64_t t_us = 0;
         std::string scheme;
         std::string path; // e.g. "zelk-cgi/com/ptz.cgi?query=position"
         int status = 0;   // 0: never answered
-        std::string user; // "" when not authenticated
 };
 
 class SimCameraProcess : public SimProcess {
@@ -61,9 +46,6 @@ public:
         // Requests logged from seq since on; *next (when given) is where the next call starts.
         std::vector<SimCameraRequest> requests(uint64_t since = 0, uint64_t *next = nullptr);
         bool set_fault(const std::string &name, bool on);
-        // Keys of POST /set: firmware, metadata, product_number, min_field_angle,
-        // max_field_angle, user, password, auth.
-        bool set(const std::map<std::string, std::string> &settings);
         bool teleport(double pan, double tilt, double zoom);
         bool set_home(double pan, double tilt, double zoom);
         // Polls the status every 20 ms until condition holds; a test failure naming what
@@ -71,15 +53,9 @@ public:
         bool wait_for(const std::function<bool(const SimCameraStatus &)> &condition, const std::string &what,
                       double seconds = 10.0);
 
-        // Control request as it is: method, path with query; returns the HTTP status
-        // (0 when the interface did not answer) and the body.
-        long control(const std::string &method, const std::string &path, std::string *body);
-
 private:
-        // GET of a JSON document, null (with a test failure naming what) unless answered 200.
-        JsonPtr get_json(const std::string &path, const char *what);
-        // POST of a change; false (with a test failure naming what) unless answered 200.
-        bool post(const std::string &path, const char *what);
+        // A control request; its answer, a test failure naming what unless answered 200.
+        HttpAnswer control(const char *method, const std::string &path, const char *what);
 
         std::string directory_;
         std::string socket_;

@@ -34,15 +34,6 @@ void SimUnit::configure(const std::string &password, const std::string &camera_l
                 ADD_FAILURE() << "cannot write " << directory_ << "/trelvo.conf";
 }
 
-std::string SimUnit::conf_text() const
-{
-        gchar *text = nullptr;
-        g_file_get_contents((directory_ + "/trelvo.conf").c_str(), &text, nullptr, nullptr);
-        std::string copy(text ? text : "");
-        g_free(text);
-        return copy;
-}
-
 std::unique_ptr<ServiceProcess> SimUnit::start_service() const
 {
         ServiceOptions options;

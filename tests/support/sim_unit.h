@@ -15,14 +15,11 @@ public:
         // Starts sim-radar with a scenario of sim/scenarios (e.g. "walk_20m.json").
         explicit SimUnit(const std::string &scenario);
         ~SimUnit();
-        SimUnit(const SimUnit &) = delete;
-        SimUnit &operator=(const SimUnit &) = delete;
 
         // Writes trelvo.conf: the camera at 127.0.0.1 (user root, this password, stored
         // encrypted as the service would), tracking on, and any further lines for the
         // "camera" group (e.g. "name=ZPT-6100\n").
         void configure(const std::string &password, const std::string &camera_lines = "");
-        std::string conf_text() const;
         // The service on this directory's configuration and scene socket, once it runs.
         std::unique_ptr<ServiceProcess> start_service() const;
 

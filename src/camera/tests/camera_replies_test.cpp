@@ -73,6 +73,8 @@ TEST(Probe, ReadsFieldAnglesInTenthsAndTheProductNumberAsOneBoundedToken)
                                 &min_angle, &max_angle);
         EXPECT_TRUE(std::isnan(min_angle));
         EXPECT_TRUE(std::isnan(max_angle));
+        probe_read_field_angles("PTZ.Limit.L1.MinFieldAngle=22\n", &min_angle, &max_angle);
+        EXPECT_TRUE(std::isnan(max_angle)) << "missing from the list: not the other's value";
 
         char product[64];
         const std::string longest(63, 'P');
@@ -124,10 +126,6 @@ TEST(CameraPosition, AppliesOnlyReportedFieldsAndDerivesMagnificationAndMoving)
         // A reply of zoom=-2147483648: one below it is no int.
         EXPECT_FLOAT_EQ(zoom_magnification(INT32_MIN), (62.9f / 2.2f - 1.0f) * -2147483649.0f / 9999.0f + 1.0f);
 }
-
-} // namespace
-
-namespace {
 
 TEST(AutotuneZoomCheck, FullScaleAround100HalfScaleAround50NothingElse)
 {

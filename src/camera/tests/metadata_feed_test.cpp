@@ -98,14 +98,7 @@ TEST(MetadataUrl, BracketsIpv6AndScopesLinkLocalToEth0)
                 EXPECT_STREQ(made, url);
                 g_free(made);
         }
-        gchar *made = metadata_rtsp_url("10.0.0.1", nullptr, "p");
-        EXPECT_STREQ(made, "rtsp://10.0.0.1:/p");
-        g_free(made);
 }
-
-} // namespace
-
-namespace {
 
 // The stream's thread applies reports while the main loop's tick reads them: every copy
 // the tick takes is one whole report (here: tilt is always half the pan).
