@@ -12,8 +12,9 @@
 
 class SimUnit {
 public:
-        // Starts sim-radar with a scenario of sim/scenarios (e.g. "walk_20m.json").
-        explicit SimUnit(const std::string &scenario);
+        // Starts sim-radar with a scenario of sim/scenarios (e.g. "walk_20m.json"), at its
+        // own scene rate or at rate_hz when that is above 0.
+        explicit SimUnit(const std::string &scenario, double rate_hz = 0.0);
         ~SimUnit();
         SimUnit(const SimUnit &) = delete;
         SimUnit &operator=(const SimUnit &) = delete;
@@ -29,6 +30,9 @@ public:
         ChildProcess &radar() { return *radar_; }
         // When the radar first showed the object (monotonic microseconds), -1 until then.
         int64_t object_appeared_us(uint32_t id) const;
+        // walk_20m.json: the walking person's azimuth now, degrees to the right (NaN until
+        // it appeared), worked out from its path, its speed and when it appeared.
+        double walker_azimuth() const;
 
 private:
         std::string directory_;
