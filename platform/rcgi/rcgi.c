@@ -7,8 +7,6 @@
 #include "rcgi_envelope.h"
 
 #include <gio/gio.h>
-#include <gio/gunixsocketaddress.h>
-#include <glib/gstdio.h>
 #include <libsoup/soup.h>
 
 #include <errno.h>
@@ -28,46 +26,19 @@ struct RcgiHandle {
         int fd;
         SoupServer *server;
         GHashTable *apis; /* path -> const RcgiApi * */
-        gboolean keep_alive;
 };
 
-/* libsoup keeps a connection open after an answer only while its server has a listener
- * of its own, and ours are handed over as streams. A listening socket whose path is
- * removed right after it was bound satisfies it and can never be reached. */
-static gboolean rcgi_add_keep_alive_listener(SoupServer *server)
-{
-        gchar *dir = g_dir_make_tmp("rcgi-XXXXXX", NULL);
-        gchar *path = dir ? g_build_filename(dir, "unreachable", NULL) : NULL;
-        GSocketAddress *address = path ? g_unix_socket_address_new(path) : NULL;
-        GSocket *socket = address ? g_socket_new(G_SOCKET_FAMILY_UNIX, G_SOCKET_TYPE_STREAM,
-                                                 G_SOCKET_PROTOCOL_DEFAULT, NULL)
-                                  : NULL;
-        const gboolean listening = socket && g_socket_bind(socket, address, FALSE, NULL) &&
-                                   g_socket_listen(socket, NULL) &&
-                                   soup_server_listen_socket(server, socket, 0, NULL);
-
-        if (path)
-                g_unlink(path);
-        if (dir)
-                g_rmdir(dir);
-        g_clear_object(&socket);
-        g_clear_object(&address);
-        g_free(path);
-        g_free(dir);
-        return listening;
-}
-
-/* keep_alive: the request was read whole, so the connection may carry the next one. */
-static void rcgi_set_status(SoupServerMessage *message, guint status, gboolean keep_alive)
+static void rcgi_set_status(SoupServerMessage *message, guint status)
 {
         SoupMessageHeaders *headers = soup_server_message_get_response_headers(message);
 
         soup_server_message_set_status(message, status, NULL);
-        /* Without a listener of its own libsoup closes each connection after its answer,
-         * and a refusal before the body was read leaves that body in the way: saying so
-         * keeps a client from sending its next request into a closing connection. */
-        if (!keep_alive)
-                soup_message_headers_replace(headers, "Connection", "close");
+        /* One request per connection. libsoup never lets go of a connection it was handed
+         * as a stream once its client closes it between requests (its descriptor stays
+         * open for good), and a refusal before the body was read leaves that body in the
+         * way; saying so keeps a client from sending its next request into a closing
+         * connection. */
+        soup_message_headers_replace(headers, "Connection", "close");
         if (status == SOUP_STATUS_METHOD_NOT_ALLOWED)
                 soup_message_headers_replace(headers, "Allow", "POST");
 }
@@ -112,7 +83,7 @@ static void rcgi_on_headers(SoupServer *server, SoupServerMessage *message, cons
         (void)server;
         (void)query;
         if (refusal)
-                rcgi_set_status(message, refusal, FALSE);
+                rcgi_set_status(message, refusal);
         else
                 g_signal_connect(message, "got-chunk", G_CALLBACK(rcgi_on_chunk), NULL);
 }
@@ -128,7 +99,7 @@ static void rcgi_on_request(SoupServer *server, SoupServerMessage *message, cons
         (void)server;
         (void)query;
         if (refusal || GPOINTER_TO_SIZE(g_object_get_data(G_OBJECT(message), RCGI_BODY_SIZE_KEY)) > RCGI_MAX_BODY_SIZE) {
-                rcgi_set_status(message, refusal ? refusal : SOUP_STATUS_REQUEST_ENTITY_TOO_LARGE, FALSE);
+                rcgi_set_status(message, refusal ? refusal : SOUP_STATUS_REQUEST_ENTITY_TOO_LARGE);
                 return;
         }
         body = soup_message_body_flatten(soup_server_message_get_request_body(message));
@@ -136,10 +107,10 @@ static void rcgi_on_request(SoupServer *server, SoupServerMessage *message, cons
                                g_bytes_get_size(body));
         g_bytes_unref(body);
         if (!answer) {
-                rcgi_set_status(message, SOUP_STATUS_INTERNAL_SERVER_ERROR, handle->keep_alive);
+                rcgi_set_status(message, SOUP_STATUS_INTERNAL_SERVER_ERROR);
                 return;
         }
-        rcgi_set_status(message, SOUP_STATUS_OK, handle->keep_alive);
+        rcgi_set_status(message, SOUP_STATUS_OK);
         soup_server_message_set_response(message, "application/json", SOUP_MEMORY_COPY, answer, strlen(answer));
         free(answer);
 }
@@ -178,7 +149,6 @@ int rcgi_new(int fd, int flags, RcgiHandle **handle, int *watch_fd)
         created = g_new0(RcgiHandle, 1);
         created->fd = fd;
         created->server = soup_server_new(NULL, NULL);
-        created->keep_alive = rcgi_add_keep_alive_listener(created->server);
         created->apis = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, NULL);
         soup_server_add_early_handler(created->server, NULL, rcgi_on_headers, created, NULL);
         soup_server_add_handler(created->server, NULL, rcgi_on_request, created, NULL);

@@ -26,18 +26,6 @@ protected:
                 EXPECT_TRUE(service.matching("CRITICAL").empty());
         }
 
-        // The walking person's azimuth now, degrees to the right, from when it appeared.
-        double person_azimuth()
-        {
-                const int64_t since = unit.object_appeared_us(1);
-                if (since < 0)
-                        return NAN;
-                const double walked = 1.4 * static_cast<double>(g_get_monotonic_time() - since) / 1e6;
-                const double leg = std::fmod(walked, 40.0);
-                const double x = leg < 20.0 ? -10.0 + leg : 10.0 - (leg - 20.0);
-                return std::atan2(x, 20.0) * 180.0 / M_PI;
-        }
-
         SimUnit unit{"walk_20m.json"};
 };
 
@@ -51,7 +39,7 @@ TEST_F(CameraEndToEnd, AutotunesANewModelOnceFollowsThePersonAndConnectsStraight
 
                 // Following: the camera's pan comes within a few degrees of the walking person.
                 EXPECT_TRUE(camera.wait_for(
-                        [&](const SimCameraStatus &s) { return std::fabs(s.pan - person_azimuth()) < 3.0; },
+                        [&](const SimCameraStatus &s) { return std::fabs(s.pan - unit.walker_azimuth()) < 3.0; },
                         "the camera on the person", 20.0));
                 EXPECT_GT(camera.status().rtsp_clients, 0u) << "positions over the stream";
                 stop(*service);

@@ -84,7 +84,11 @@ SimCameraStatus SimCameraProcess::status()
         s.http_connections = sim_camera_count(connections, "http");
         s.https_connections = sim_camera_count(connections, "https");
         s.requests = sim_camera_count(root, "requests");
-        s.rtsp_clients = sim_camera_count(json_object_get(root, "rtsp"), "clients");
+        s.pan_speed = json_member_number(root, "pan_speed");
+        s.tilt_speed = json_member_number(root, "tilt_speed");
+        const json_t *rtsp = json_object_get(root, "rtsp");
+        s.rtsp_clients = sim_camera_count(rtsp, "clients");
+        s.rtsp_packets = sim_camera_count(rtsp, "packets");
         return s;
 }
 

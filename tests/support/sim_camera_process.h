@@ -20,7 +20,10 @@ struct SimCameraStatus {
         uint64_t http_connections = 0; // TCP connections accepted per port since start
         uint64_t https_connections = 0;
         uint64_t requests = 0;     // requests logged since start
+        double pan_speed = 0.0; // last continuous speeds commanded, -100 to 100
+        double tilt_speed = 0.0;
         uint64_t rtsp_clients = 0; // metadata stream clients connected now
+        uint64_t rtsp_packets = 0; // metadata packets sent since start
         std::string json;          // the whole /status document
 };
 

@@ -6,13 +6,18 @@
 #include <glib/gstdio.h>
 #include <gtest/gtest.h>
 
-SimUnit::SimUnit(const std::string &scenario)
+#include <cmath>
+
+SimUnit::SimUnit(const std::string &scenario, double rate_hz)
 {
         gchar *dir = g_dir_make_tmp("trelvo-unit-XXXXXX", nullptr);
         directory_ = dir;
         g_free(dir);
-        radar_ = std::make_unique<ChildProcess>(std::vector<std::string>{
-                TRELVO_SIM_RADAR, "--socket", directory_ + "/scene.sock", TRELVO_SCENARIOS "/" + scenario});
+        std::vector<std::string> argv = {TRELVO_SIM_RADAR, "--socket", directory_ + "/scene.sock"};
+        if (rate_hz > 0.0)
+                argv.insert(argv.end(), {"--rate", std::to_string(rate_hz)});
+        argv.push_back(TRELVO_SCENARIOS "/" + scenario);
+        radar_ = std::make_unique<ChildProcess>(argv);
         radar_->wait_for_line("sim-radar: serving");
 }
 
@@ -34,6 +39,15 @@ void SimUnit::configure(const std::string &password, const std::string &camera_l
                 ADD_FAILURE() << "cannot write " << directory_ << "/trelvo.conf";
 }
 
+std::string SimUnit::conf_text() const
+{
+        gchar *text = nullptr;
+        g_file_get_contents((directory_ + "/trelvo.conf").c_str(), &text, nullptr, nullptr);
+        std::string copy(text ? text : "");
+        g_free(text);
+        return copy;
+}
+
 std::unique_ptr<ServiceProcess> SimUnit::start_service() const
 {
         ServiceOptions options;
@@ -52,4 +66,16 @@ int64_t SimUnit::object_appeared_us(uint32_t id) const
                 if (line.rfind(prefix, 0) == 0)
                         return std::stoll(line.substr(prefix.size()));
         return -1;
+}
+
+double SimUnit::walker_azimuth() const
+{
+        const int64_t since = object_appeared_us(1);
+        if (since < 0)
+                return NAN;
+        // 1.4 m/s to and fro between (-10, 20) and (10, 20).
+        const double walked = 1.4 * static_cast<double>(g_get_monotonic_time() - since) / 1e6;
+        const double leg = std::fmod(walked, 40.0);
+        const double x = leg < 20.0 ? -10.0 + leg : 10.0 - (leg - 20.0);
+        return std::atan2(x, 20.0) * 180.0 / M_PI;
 }

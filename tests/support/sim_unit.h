@@ -12,20 +12,26 @@
 
 class SimUnit {
 public:
-        // Starts sim-radar with a scenario of sim/scenarios (e.g. "walk_20m.json").
-        explicit SimUnit(const std::string &scenario);
+        // Starts sim-radar with a scenario of sim/scenarios (e.g. "walk_20m.json"), at its
+        // own scene rate or at rate_hz when that is above 0.
+        explicit SimUnit(const std::string &scenario, double rate_hz = 0.0);
         ~SimUnit();
 
         // Writes trelvo.conf: the camera at 127.0.0.1 (user root, this password, stored
         // encrypted as the service would), tracking on, and any further lines for the
         // "camera" group (e.g. "name=ZPT-6100\n").
         void configure(const std::string &password, const std::string &camera_lines = "");
+        // The configuration file as it is now ("" when there is none).
+        std::string conf_text() const;
         // The service on this directory's configuration and scene socket, once it runs.
         std::unique_ptr<ServiceProcess> start_service() const;
 
         ChildProcess &radar() { return *radar_; }
         // When the radar first showed the object (monotonic microseconds), -1 until then.
         int64_t object_appeared_us(uint32_t id) const;
+        // walk_20m.json: the walking person's azimuth now, degrees to the right (NaN until
+        // it appeared), worked out from its path, its speed and when it appeared.
+        double walker_azimuth() const;
 
 private:
         std::string directory_;
