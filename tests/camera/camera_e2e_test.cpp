@@ -46,9 +46,22 @@ TEST_F(CameraEndToEnd, AutotunesANewModelOnceFollowsThePersonAndConnectsStraight
         }
         const uint64_t connections = camera.status().http_connections;
         {
+                // Started with tracking off, the service takes no scenes until the operator
+                // switches it on over the CGI.
+                std::string conf = unit.conf_text();
+                const size_t enabled = conf.find("\nenabled=true\n");
+                ASSERT_NE(enabled, std::string::npos) << conf;
+                unit.write_conf(conf.replace(enabled, 14, "\nenabled=false\n"));
                 std::unique_ptr<ServiceProcess> service = unit.start_service();
                 ASSERT_TRUE(service->events().wait_for_states({"connecting", "connected"}));
                 EXPECT_EQ(service->events().states(), (Strings{"connecting", "connected"})) << "no second autotune";
+                camera.teleport(unit.walker_azimuth() + 90.0, 0.0, 1.0);
+                EXPECT_NE(service->cgi(R"({"apiVersion": "1.1", "method": "setTrackingEnabled", "params": {"value": true}})")
+                                  .body.find("\"data\""),
+                          std::string::npos);
+                EXPECT_TRUE(camera.wait_for(
+                        [&](const SimCameraStatus &s) { return std::fabs(s.pan - unit.walker_azimuth()) < 3.0; },
+                        "the camera on the person once tracking is on", 20.0));
                 stop(*service);
         }
         EXPECT_EQ(camera.status().http_connections, connections + 1) << "one kept-alive connection per run";

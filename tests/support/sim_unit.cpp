@@ -35,6 +35,11 @@ void SimUnit::configure(const std::string &password, const std::string &camera_l
         const std::string text = "[camera]\nip=127.0.0.1\nuser=root\npass=" + std::string(pass) + "\n" +
                                  camera_lines + "\n[tracking]\nenabled=true\n";
         g_free(pass);
+        write_conf(text);
+}
+
+void SimUnit::write_conf(const std::string &text) const
+{
         if (!g_file_set_contents((directory_ + "/trelvo.conf").c_str(), text.c_str(), -1, nullptr))
                 ADD_FAILURE() << "cannot write " << directory_ << "/trelvo.conf";
 }

@@ -21,8 +21,9 @@ public:
         // encrypted as the service would), tracking on, and any further lines for the
         // "camera" group (e.g. "name=ZPT-6100\n").
         void configure(const std::string &password, const std::string &camera_lines = "");
-        // The configuration file as it is now ("" when there is none).
+        // The configuration file as it is now ("" when there is none), and replaced.
         std::string conf_text() const;
+        void write_conf(const std::string &text) const;
         // The service on this directory's configuration and scene socket, once it runs.
         std::unique_ptr<ServiceProcess> start_service() const;
 
