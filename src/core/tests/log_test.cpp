@@ -46,6 +46,10 @@ TEST(LogSetup, EveryMessageIsOneLineWithProgramAndLevel)
                 std::thread([] { log_info("%sfrom the scene thread"); }).join();
                 const GLogField fields[] = {{"MESSAGE", "structured", -1}, {"GLIB_DOMAIN", "gio", -1}};
                 g_log_structured_array(G_LOG_LEVEL_CRITICAL, fields, G_N_ELEMENTS(fields));
+                // A library's debug line shows when G_MESSAGES_DEBUG names its domain.
+                g_setenv("G_MESSAGES_DEBUG", "gio", TRUE);
+                const GLogField gio[] = {{"GLIB_DOMAIN", "gio", -1}, {"MESSAGE", "gio debug", -1}};
+                g_log_structured_array(G_LOG_LEVEL_DEBUG, gio, G_N_ELEMENTS(gio));
                 g_setenv("G_MESSAGES_DEBUG", "all", TRUE);
                 log_debug("%sshown");
         });
@@ -53,7 +57,7 @@ TEST(LogSetup, EveryMessageIsOneLineWithProgramAndLevel)
         g_log_set_default_handler(g_log_default_handler, nullptr);
         EXPECT_EQ(text, "trelvo: ERROR: step 3 failed\ntrelvo: WARNING: save failed\n"
                         "trelvo: INFO: Setting zoom degree to 50.000000\ntrelvo: INFO: from the scene thread\n"
-                        "trelvo: CRITICAL: structured\ntrelvo: DEBUG: shown\n");
+                        "trelvo: CRITICAL: structured\ntrelvo: DEBUG: gio debug\ntrelvo: DEBUG: shown\n");
 }
 
 } // namespace
