@@ -32,6 +32,30 @@ void connect_to(const char *address)
         ASSERT_EQ(http_setup(address, "80", "443", "root", "pass"), 0);
 }
 
+// First: a fresh client warns at its first request without an address.
+TEST(HttpClient, WarnsOnceWithoutAnAddressAndReachesIpv6AndLinkLocalCameras)
+{
+        LogCapture log;
+        connect_to("");
+        for (int i = 0; i < 3; i++)
+                EXPECT_EQ(http_request(position, nullptr), 0);
+        EXPECT_EQ(log.lines(), std::vector<std::string>{"WARNING: http: No address"});
+
+        // fe80::1 only means something on an interface: the client scopes it to eth0.
+        ASSERT_EQ(std::system("ip -6 addr add fe80::1/64 dev eth0 nodad"), 0);
+        SimCameraProcess loopback({"--address", "::1"});
+        SimCameraProcess link_local({"--address", "fe80::1", "--interface", "eth0"});
+        for (const char *address : {"::1", "fe80::1"}) {
+                connect_to(address);
+                EXPECT_EQ(http_request(position, nullptr), 200) << address;
+        }
+        EXPECT_EQ(schemes_of(loopback), std::vector<std::string>{"http 200"});
+        EXPECT_EQ(schemes_of(link_local), std::vector<std::string>{"http 200"});
+        connect_to("");
+        EXPECT_EQ(http_request(position, nullptr), 0);
+        EXPECT_EQ(log.matching("No address").size(), 2u) << "warned again after a request with an address";
+}
+
 TEST(HttpClient, KeepsOneConnectionForEveryRequestWithEitherAuthSchemeAndHandsOverOnlyNonEmptyBodies)
 {
         EXPECT_EQ(http_request(position, nullptr), 0) << "no handle yet";
@@ -104,29 +128,6 @@ TEST(HttpClient, GivesUpOnASilentCameraWithinItsBudgetWithoutALogLine)
         // The camera answers again: the next request goes through.
         camera.set_fault("no_answer", false);
         EXPECT_EQ(http_request(position, nullptr), 200);
-}
-
-TEST(HttpClient, WarnsOnceWithoutAnAddressAndReachesIpv6AndLinkLocalCameras)
-{
-        LogCapture log;
-        connect_to("");
-        for (int i = 0; i < 3; i++)
-                EXPECT_EQ(http_request(position, nullptr), 0);
-        EXPECT_EQ(log.lines(), std::vector<std::string>{"WARNING: http: No address"});
-
-        // fe80::1 only means something on an interface: the client scopes it to eth0.
-        ASSERT_EQ(std::system("ip -6 addr add fe80::1/64 dev eth0 nodad"), 0);
-        SimCameraProcess loopback({"--address", "::1"});
-        SimCameraProcess link_local({"--address", "fe80::1", "--interface", "eth0"});
-        for (const char *address : {"::1", "fe80::1"}) {
-                connect_to(address);
-                EXPECT_EQ(http_request(position, nullptr), 200) << address;
-        }
-        EXPECT_EQ(schemes_of(loopback), std::vector<std::string>{"http 200"});
-        EXPECT_EQ(schemes_of(link_local), std::vector<std::string>{"http 200"});
-        connect_to("");
-        EXPECT_EQ(http_request(position, nullptr), 0);
-        EXPECT_EQ(log.matching("No address").size(), 2u) << "warned again after a request with an address";
 }
 
 } // namespace
