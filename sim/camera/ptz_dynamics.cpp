@@ -5,7 +5,7 @@
 
 namespace {
 
-struct ChannelSpec {
+struct ChannelLimits {
         double max_speed;
         double min;
         double max;
@@ -13,9 +13,9 @@ struct ChannelSpec {
         double arrival; // an absolute move closer than this has arrived
 };
 
-constexpr ChannelSpec pan_spec{ptz_pan_max_speed, ptz_pan_min, ptz_pan_max, true, 0.001};
-constexpr ChannelSpec tilt_spec{ptz_tilt_max_speed, ptz_tilt_min, ptz_tilt_max, false, 0.001};
-constexpr ChannelSpec zoom_spec{ptz_zoom_max_speed, ptz_zoom_min, ptz_zoom_max, false, 0.05};
+constexpr ChannelLimits pan_limits{ptz_pan_max_speed, ptz_pan_min, ptz_pan_max, true, 0.001};
+constexpr ChannelLimits tilt_limits{ptz_tilt_max_speed, ptz_tilt_min, ptz_tilt_max, false, 0.001};
+constexpr ChannelLimits zoom_limits{ptz_zoom_max_speed, ptz_zoom_min, ptz_zoom_max, false, 0.05};
 
 // Longer steps are cut into pieces of this size, so a late timer cannot make a seek
 // overshoot or the lag jump.
@@ -26,10 +26,10 @@ double ptz_dynamics_clamp(double value, double low, double high)
         return std::min(std::max(value, low), high);
 }
 
-double ptz_dynamics_remaining(const PtzChannel &channel, const ChannelSpec &spec)
+double ptz_dynamics_remaining(const PtzChannel &channel, const ChannelLimits &limits)
 {
         const double difference = channel.target - channel.position;
-        return spec.wraps ? ptz_dynamics_wrap_pan(difference) : difference;
+        return limits.wraps ? ptz_dynamics_wrap_pan(difference) : difference;
 }
 
 double ptz_dynamics_lag(double velocity, double desired, double dt)
@@ -39,40 +39,40 @@ double ptz_dynamics_lag(double velocity, double desired, double dt)
 
 // Velocity of a seeking channel: full speed far away, braking in proportion to the
 // distance close by. Braking takes effect at once; only speeding up lags.
-double ptz_dynamics_seek_velocity(const PtzChannel &channel, const ChannelSpec &spec, double dt)
+double ptz_dynamics_seek_velocity(const PtzChannel &channel, const ChannelLimits &limits, double dt)
 {
-        const double remaining = ptz_dynamics_remaining(channel, spec);
-        const double desired = ptz_dynamics_clamp(remaining / ptz_seek_time_constant, -spec.max_speed, spec.max_speed);
+        const double remaining = ptz_dynamics_remaining(channel, limits);
+        const double desired = ptz_dynamics_clamp(remaining / ptz_seek_time_constant, -limits.max_speed, limits.max_speed);
         const bool braking = desired * channel.velocity >= 0.0 && std::fabs(desired) <= std::fabs(channel.velocity);
         return braking ? desired : ptz_dynamics_lag(channel.velocity, desired, dt);
 }
 
-void ptz_dynamics_keep_in_range(PtzChannel *channel, const ChannelSpec &spec)
+void ptz_dynamics_keep_in_range(PtzChannel *channel, const ChannelLimits &limits)
 {
-        if (spec.wraps) {
+        if (limits.wraps) {
                 channel->position = ptz_dynamics_wrap_pan(channel->position);
                 return;
         }
-        if (channel->position < spec.min || channel->position > spec.max) {
-                channel->position = ptz_dynamics_clamp(channel->position, spec.min, spec.max);
+        if (channel->position < limits.min || channel->position > limits.max) {
+                channel->position = ptz_dynamics_clamp(channel->position, limits.min, limits.max);
                 channel->velocity = 0.0; // against the end stop
         }
 }
 
-void ptz_dynamics_step_channel(PtzChannel *channel, const ChannelSpec &spec, double dt)
+void ptz_dynamics_step_channel(PtzChannel *channel, const ChannelLimits &limits, double dt)
 {
         if (channel->seeking) {
-                channel->velocity = ptz_dynamics_seek_velocity(*channel, spec, dt);
+                channel->velocity = ptz_dynamics_seek_velocity(*channel, limits, dt);
         } else {
-                channel->velocity = ptz_dynamics_lag(channel->velocity, channel->speed_command / 100.0 * spec.max_speed, dt);
+                channel->velocity = ptz_dynamics_lag(channel->velocity, channel->speed_command / 100.0 * limits.max_speed, dt);
                 // The lag never reaches zero by itself; a stopped camera must report a
                 // position that no longer changes.
-                if (channel->speed_command == 0.0 && std::fabs(channel->velocity) < spec.max_speed * 0.01)
+                if (channel->speed_command == 0.0 && std::fabs(channel->velocity) < limits.max_speed * 0.01)
                         channel->velocity = 0.0;
         }
         channel->position += channel->velocity * dt;
-        ptz_dynamics_keep_in_range(channel, spec);
-        if (channel->seeking && std::fabs(ptz_dynamics_remaining(*channel, spec)) <= spec.arrival) {
+        ptz_dynamics_keep_in_range(channel, limits);
+        if (channel->seeking && std::fabs(ptz_dynamics_remaining(*channel, limits)) <= limits.arrival) {
                 channel->position = channel->target;
                 channel->velocity = 0.0;
                 channel->seeking = false;
@@ -126,9 +126,9 @@ void ptz_dynamics_step(PtzState *state, double dt)
 {
         while (dt > 0.0) {
                 const double substep = std::min(dt, max_substep);
-                ptz_dynamics_step_channel(&state->pan, pan_spec, substep);
-                ptz_dynamics_step_channel(&state->tilt, tilt_spec, substep);
-                ptz_dynamics_step_channel(&state->zoom, zoom_spec, substep);
+                ptz_dynamics_step_channel(&state->pan, pan_limits, substep);
+                ptz_dynamics_step_channel(&state->tilt, tilt_limits, substep);
+                ptz_dynamics_step_channel(&state->zoom, zoom_limits, substep);
                 dt -= substep;
         }
 }
