@@ -61,6 +61,8 @@ protected:
         {
                 ptz_control_teardown();
                 clock_use_real();
+                // A later test on the real clock would otherwise send the camera home.
+                settings_set_return_to_home_enabled(FALSE);
         }
 
         // A camera on its own loopback address, and the service set up to connect to it.
@@ -374,7 +376,8 @@ TEST_F(CameraLink, StreamFeedsPositionsUntilItDropsThenPollingReprobesAndStartsA
         EXPECT_TRUE(run_until([] {
                 const CameraPosition p = camera_position_get();
                 return std::fabs(p.pan - 30.0f) < 0.01f && p.zoom_position == 2500;
-        })) << "positions over the stream";
+        })) << "positions over the stream; the camera sent " << camera->status().rtsp_packets
+            << " packets and was asked " << testing::PrintToString(sent());
         const uint64_t polls = camera->requests().size();
 
         camera->set_fault("stream_drop", true);
