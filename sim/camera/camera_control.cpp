@@ -3,10 +3,9 @@
 #include "camera_api.h"
 #include "camera_params.h"
 #include "camera_rtsp.h"
+#include "soup_unix.h"
 
-#include <gio/gunixsocketaddress.h>
 #include <libsoup/soup.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -291,16 +290,6 @@ void simcam_control_handle(SoupServer *, SoupServerMessage *msg, const char *pat
                                      std::string("no ") + method + " " + path);
 }
 
-bool simcam_control_listen(const char *path, GError **error)
-{
-        struct stat st;
-        if (lstat(path, &st) == 0 && S_ISSOCK(st.st_mode))
-                unlink(path); // left by an earlier run
-        g_autoptr(GSocket) socket = g_socket_new(G_SOCKET_FAMILY_UNIX, G_SOCKET_TYPE_STREAM, G_SOCKET_PROTOCOL_DEFAULT, error);
-        g_autoptr(GSocketAddress) address = g_unix_socket_address_new(path);
-        return socket && g_socket_bind(socket, address, FALSE, error) && g_socket_listen(socket, error) &&
-               soup_server_listen_socket(control.server, socket, static_cast<SoupServerListenOptions>(0), error);
-}
 
 } // namespace
 
@@ -358,7 +347,7 @@ bool simcam_control_setup(SimCamera *camera, const char *socket_path, GError **e
         control.socket_path = socket_path;
         control.server = soup_server_new("server-header", "sim-camera-control ", nullptr);
         soup_server_add_handler(control.server, nullptr, simcam_control_handle, nullptr, nullptr);
-        return simcam_control_listen(socket_path, error);
+        return sim_soup_listen_unix(control.server, socket_path, error);
 }
 
 void simcam_control_teardown(void)

@@ -1,8 +1,8 @@
 #include "view_server.h"
 
-#include <gio/gunixsocketaddress.h>
+#include "soup_unix.h"
+
 #include <libsoup/soup.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -147,16 +147,6 @@ void view_server_handle(SoupServer *, SoupServerMessage *msg, const char *path, 
                 soup_server_message_set_status(msg, SOUP_STATUS_NOT_FOUND, nullptr);
 }
 
-bool view_server_listen(const char *path, GError **error)
-{
-        struct stat st;
-        if (lstat(path, &st) == 0 && S_ISSOCK(st.st_mode))
-                unlink(path); // left by an earlier run
-        g_autoptr(GSocket) socket = g_socket_new(G_SOCKET_FAMILY_UNIX, G_SOCKET_TYPE_STREAM, G_SOCKET_PROTOCOL_DEFAULT, error);
-        g_autoptr(GSocketAddress) address = g_unix_socket_address_new(path);
-        return socket && g_socket_bind(socket, address, FALSE, error) && g_socket_listen(socket, error) &&
-               soup_server_listen_socket(view.server, socket, static_cast<SoupServerListenOptions>(0), error);
-}
 
 } // namespace
 
@@ -168,7 +158,7 @@ bool view_server_start(const ViewModel *model, const char *socket_path, const ch
         view.www_dir = www_dir;
         view.server = soup_server_new("server-header", "sim-view ", nullptr);
         soup_server_add_handler(view.server, nullptr, view_server_handle, nullptr, nullptr);
-        if (!view_server_listen(socket_path, error))
+        if (!sim_soup_listen_unix(view.server, socket_path, error))
                 return false;
         view.timer = g_timeout_add(static_cast<guint>(1000.0 / rate_hz), view_server_push, nullptr);
         return true;
