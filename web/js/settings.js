@@ -13,6 +13,22 @@ function describeRange(min, max, unit) {
     return `Range ${formatNumber(min)} to ${formatNumber(max)}${space}${unit}`;
 }
 
+// The first read of a setting: its controls are enabled once it succeeded; a failure is
+// shown in its message. Resolves to whether the read succeeded.
+function loader(read, message, controls) {
+    return async function load() {
+        try {
+            await read();
+        } catch (error) {
+            showError(message, error);
+            return false;
+        }
+        for (const control of controls)
+            control.disabled = false;
+        return true;
+    };
+}
+
 // A form with one number input, its Save button and perhaps a button that takes the value
 // from the camera (data-take). Returns its load function, which resolves to whether the
 // value could be read; the controls stay disabled until it could.
@@ -59,17 +75,7 @@ export function bindNumberSetting(form) {
         change(() => call(form.dataset.take), () => `Taken from the camera: ${stored}${unit}`);
     });
 
-    return async function load() {
-        try {
-            await read();
-        } catch (error) {
-            showError(message, error);
-            return false;
-        }
-        for (const control of controls)
-            control.disabled = false;
-        return true;
-    };
+    return loader(read, message, controls);
 }
 
 // Space toggles a checkbox; Enter does too on this page, as it acts on every other control.
@@ -106,14 +112,5 @@ export function bindSwitch(input) {
     });
     enterToggles(input);
 
-    return async function load() {
-        try {
-            await read();
-        } catch (error) {
-            showError(message, error);
-            return false;
-        }
-        input.disabled = false;
-        return true;
-    };
+    return loader(read, message, [input]);
 }
