@@ -71,8 +71,18 @@ void camera_start_poll(void)
                 camera_link.poll_timer = g_timeout_add(position_poll_ms, position_poll_tick, nullptr);
 }
 
+void camera_remove_source(guint *id)
+{
+        if (*id != 0) {
+                g_source_remove(*id);
+                *id = 0;
+        }
+}
+
+// One control tick at most, however often the link is resumed.
 void camera_start_control_tick(void)
 {
+        camera_remove_source(&camera_link.control_tick);
         camera_link.control_tick = g_timeout_add(control_tick_ms, ptz_control_tick, nullptr);
 }
 
@@ -150,14 +160,6 @@ void camera_probe(void)
                 camera_set_state(CAMERA_CONNECTED);
 }
 
-void camera_remove_source(guint *id)
-{
-        if (*id != 0) {
-                g_source_remove(*id);
-                *id = 0;
-        }
-}
-
 } // namespace
 
 gboolean ptz_control_setup(void)
@@ -201,8 +203,10 @@ gboolean ptz_control_tick(gpointer)
         }
         if (camera_link.state == CAMERA_AUTOTUNE) {
                 // The autotune takes over until it has finished, and then restarts this tick.
+                // By source id, so that a tick called from elsewhere leaves no timer behind.
                 autotune_begin();
-                camera_link.control_tick = 0;
+                camera_remove_source(&camera_link.control_tick);
+                camera_remove_source(&camera_link.autotune_tick);
                 camera_link.autotune_tick = g_timeout_add(autotune_tick_ms, autotune_tick, nullptr);
                 return FALSE;
         }
@@ -238,7 +242,7 @@ void metadata_feed_stopped(void *)
 
 void camera_resume_control_tick(void)
 {
-        camera_link.autotune_tick = 0;
+        camera_remove_source(&camera_link.autotune_tick);
         camera_start_control_tick();
 }
 
