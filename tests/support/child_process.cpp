@@ -26,8 +26,10 @@ constexpr int systemd_first_fd = 3;
 
 std::string sanitizer_options_with_gstreamer()
 {
-        const char *options = getenv("ASAN_OPTIONS");
-        return options ? std::string("ASAN_OPTIONS=") + options + ":fast_unwind_on_malloc=0" : std::string();
+        // AddressSanitizer reads its own variable; LeakSanitizer alone (the debug build) reads LSAN_OPTIONS.
+        const char *name = getenv("ASAN_OPTIONS") ? "ASAN_OPTIONS" : "LSAN_OPTIONS";
+        const char *options = getenv(name);
+        return options ? std::string(name) + "=" + options + ":fast_unwind_on_malloc=0" : std::string();
 }
 
 ChildProcess::ChildProcess(const std::vector<std::string> &argv, const std::vector<std::string> &env, int listen_fd)

@@ -16,9 +16,9 @@
 // Seconds a wait gives a child by default; sanitizer builds are several times slower.
 constexpr double child_default_wait_s = 30.0;
 
-// ASAN_OPTIONS=... for a child that starts GStreamer, in sanitizer builds: allocations
-// unwound in full, so that GLib's one leak of such processes is told from the rest
-// (tests/rig/lsan.supp). Empty when the tests run without ASAN_OPTIONS.
+// ASAN_OPTIONS=... or LSAN_OPTIONS=... for a child that starts GStreamer, in sanitizer
+// builds: allocations unwound in full, so that GLib's one leak of such processes is told
+// from the rest (tests/rig/lsan.supp). Empty when the tests run without a sanitizer.
 std::string sanitizer_options_with_gstreamer();
 
 class ChildProcess {

@@ -42,8 +42,9 @@ SimCameraProcess::SimCameraProcess(const std::vector<std::string> &options)
         // unwind of every allocation, which slows its TLS handshakes past a client's
         // patience in sanitizer builds. It is a test peer: its leaks are not looked for.
         std::vector<std::string> env;
-        if (const char *asan = getenv("ASAN_OPTIONS"))
-                env.push_back(std::string("ASAN_OPTIONS=") + asan + ":detect_leaks=0:fast_unwind_on_malloc=1");
+        for (const char *name : {"ASAN_OPTIONS", "LSAN_OPTIONS"})
+                if (const char *value = getenv(name))
+                        env.push_back(std::string(name) + "=" + value + ":detect_leaks=0:fast_unwind_on_malloc=1");
         start(argv, env, "sim-camera: ready");
 }
 
