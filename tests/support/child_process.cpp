@@ -30,6 +30,18 @@ std::string sanitizer_options_with_gstreamer()
         return options ? std::string("ASAN_OPTIONS=") + options + ":fast_unwind_on_malloc=0" : std::string();
 }
 
+bool poll_until(const std::function<bool()> &done, double seconds, int interval_ms)
+{
+        const auto deadline = deadline_after(seconds);
+        for (;;) {
+                if (done())
+                        return true;
+                if (Clock::now() >= deadline)
+                        return false;
+                std::this_thread::sleep_for(std::chrono::milliseconds(interval_ms));
+        }
+}
+
 ChildProcess::ChildProcess(const std::vector<std::string> &argv, const std::vector<std::string> &env, int listen_fd)
     : name_(argv.empty() ? "" : argv[0])
 {
@@ -173,6 +185,13 @@ void ChildProcess::reap(int options)
                 reaped_ = true;
                 status_ = status;
         }
+}
+
+int ChildProcess::stop()
+{
+        if (!exited())
+                send_signal(SIGTERM);
+        return wait_exit();
 }
 
 bool ChildProcess::exited()

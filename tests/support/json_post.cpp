@@ -127,7 +127,6 @@ HttpAnswer HttpClient::request(const HttpRequest &request)
                 curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &answer.status);
         else
                 answer.curl_error = error;
-        curl_easy_getinfo(curl, CURLINFO_TOTAL_TIME, &answer.seconds);
         curl_easy_getinfo(curl, CURLINFO_NUM_CONNECTS, &answer.new_connections);
         curl_easy_setopt(curl, CURLOPT_HTTPHEADER, nullptr);
         curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, nullptr);
