@@ -7,18 +7,14 @@
 #include "scenario.h"
 #include "sim_camera_process.h"
 #include "sim_events_process.h"
-#include "view_model.h"
+#include "temp_dir.h"
 #include "zone_scenario.h"
 
-#include <glib/gstdio.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cmath>
-#include <functional>
-#include <thread>
 
 namespace {
 
@@ -58,33 +54,25 @@ class SimView : public ::testing::Test {
 protected:
         void SetUp() override
         {
-                gchar *dir = g_dir_make_tmp("trelvo-view-XXXXXX", nullptr);
-                dir_ = dir;
-                g_free(dir);
-                ASSERT_TRUE(g_file_set_contents((dir_ + "/scenario.json").c_str(), scenario_text, -1, nullptr));
-                radar_ = std::make_unique<ChildProcess>(std::vector<std::string>{
-                        SIM_RADAR, "--socket", dir_ + "/scene.sock", dir_ + "/scenario.json"});
+                const std::string scenario = dir_.file("scenario.json"), scene = dir_.file("scene.sock");
+                ASSERT_TRUE(g_file_set_contents(scenario.c_str(), scenario_text, -1, nullptr));
+                radar_ = std::make_unique<ChildProcess>(std::vector<std::string>{SIM_RADAR, "--socket", scene, scenario});
                 ASSERT_TRUE(radar_->wait_for_line("sim-radar: serving"));
                 view_ = std::make_unique<ChildProcess>(std::vector<std::string>{
-                        SIM_VIEW, "--socket", socket(), "--scenario", dir_ + "/scenario.json", "--scene-socket",
-                        dir_ + "/scene.sock", "--camera-control", camera_.control_socket()});
+                        SIM_VIEW, "--socket", socket(), "--scenario", scenario, "--scene-socket", scene,
+                        "--camera-control", camera_.control_socket()});
                 ASSERT_TRUE(view_->wait_for_line("sim-view: ready"));
         }
 
         void TearDown() override
         {
                 if (view_) {
-                        view_->send_signal(SIGTERM);
-                        EXPECT_EQ(view_->wait_exit(), 0);
+                        EXPECT_EQ(view_->stop(), 0);
                         EXPECT_FALSE(g_file_test(socket().c_str(), G_FILE_TEST_EXISTS)) << "the socket stays";
                 }
-                radar_.reset();
-                for (const char *file : {"/scene.sock", "/scenario.json"})
-                        g_remove((dir_ + file).c_str());
-                g_rmdir(dir_.c_str());
         }
 
-        std::string socket() const { return dir_ + "/view.sock"; }
+        std::string socket() const { return dir_.file("view.sock"); }
 
         HttpAnswer get(const std::string &path, const std::string &method = "GET")
         {
@@ -102,28 +90,20 @@ protected:
                 return std::move(answer.json);
         }
 
-        // Polls the status until condition holds; a failure naming what (with the last
-        // status) after the time limit.
-        JsonPtr wait_for(const std::function<bool(json_t *)> &condition, const std::string &what, double seconds = 10.0)
+        // The status once it meets condition; else a failure naming what, with the last status.
+        JsonPtr wait_for(const std::function<bool(json_t *)> &condition, const std::string &what)
         {
-                const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
                 JsonPtr last;
-                while (std::chrono::steady_clock::now() < deadline) {
-                        last = status();
-                        if (last && condition(last.get()))
-                                return last;
-                        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-                }
-                char *text = last ? json_dumps(last.get(), JSON_INDENT(1)) : nullptr;
-                ADD_FAILURE() << "never " << what << "; last status:\n" << (text ? text : "(none)");
-                free(text);
+                if (poll_until([&] { return (last = status()) && condition(last.get()); }, 10.0, 50))
+                        return last;
+                ADD_FAILURE() << "never " << what << "; last status: " << json_compact(last.get());
                 return nullptr;
         }
 
         PrivateBus bus_;
         SimEventsProcess events_{bus_.address()};
         SimCameraProcess camera_;
-        std::string dir_;
+        TempDir dir_{"trelvo-view"};
         std::unique_ptr<ChildProcess> radar_;
         std::unique_ptr<ChildProcess> view_;
 };

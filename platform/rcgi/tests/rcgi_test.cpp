@@ -2,14 +2,15 @@
 // Clients run on threads of their own while this thread runs the main loop that serves.
 #include "json_post.h"
 #include "rcgi.h"
+#include "temp_dir.h"
 
 #include <glib-unix.h>
 #include <glib.h>
-#include <glib/gstdio.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cerrno>
+#include <filesystem>
 #include <functional>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -96,15 +97,9 @@ struct Server {
         guint watch = 0;
 };
 
-int open_descriptors(void)
+long open_descriptors(void)
 {
-        GDir *dir = g_dir_open("/proc/self/fd", 0, nullptr);
-        int count = 0;
-        while (dir && g_dir_read_name(dir))
-                count++;
-        if (dir)
-                g_dir_close(dir);
-        return count;
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
 // Runs work on a client thread while this thread serves, until the work is done.
@@ -123,14 +118,6 @@ void serve_while(const std::function<void()> &work)
 
 class Rcgi : public ::testing::Test {
 protected:
-        ~Rcgi() override
-        {
-                server_.reset();
-                g_unlink(socket_path_.c_str());
-                g_rmdir(dir_);
-                g_free(dir_);
-        }
-
         HttpAnswer request(HttpRequest request, HttpClient *client = nullptr)
         {
                 request.unix_socket = socket_path_;
@@ -146,9 +133,9 @@ protected:
                 return request(r, client);
         }
 
-        gchar *dir_ = g_dir_make_tmp("rcgi-XXXXXX", nullptr);
-        std::string socket_path_ = std::string(dir_) + "/cgi.sock";
-        std::unique_ptr<Server> server_ = std::make_unique<Server>(unix_listen(socket_path_));
+        TempDir dir_{"rcgi"};
+        std::string socket_path_ = dir_.file("cgi.sock");
+        Server server_{unix_listen(socket_path_)};
 };
 
 TEST_F(Rcgi, AnswersCarryTheEnvelopeWithContextAndMethodInOrder)
@@ -170,7 +157,7 @@ TEST_F(Rcgi, AnswersCarryTheEnvelopeWithContextAndMethodInOrder)
         // A client per request, each closing its connection after the answer: the library
         // keeps no descriptor of a connection its client is done with.
         post(cases[0].first); // the descriptors that the first use opens for good
-        const int descriptors = open_descriptors();
+        const long descriptors = open_descriptors();
         for (const auto &[body, expected] : cases) {
                 const HttpAnswer answer = post(body);
                 EXPECT_EQ(answer.status, 200) << body;
