@@ -204,13 +204,7 @@ int ChildProcess::wait_exit(double seconds)
 {
         if (pid_ <= 0)
                 return -1;
-        const auto deadline = deadline_after(seconds);
-        while (!exited() && Clock::now() < deadline) {
-                // The output ends when the child (and whatever shares its pipe) exits.
-                std::unique_lock lock(mutex_);
-                changed_.wait_for(lock, std::chrono::milliseconds(20));
-        }
-        if (!exited()) {
+        if (!poll_until([&] { return exited(); }, seconds)) {
                 ADD_FAILURE() << name_ << " did not exit within " << seconds << " s; last lines:\n" << tail();
                 kill(pid_, SIGKILL);
                 reap(0);

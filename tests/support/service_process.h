@@ -54,10 +54,8 @@ public:
 
         // The simulated event producer beside it (ServiceBus::private_with_zones only).
         SimEventsProcess &events() { return *events_; }
-        // The address the service was given as its system bus.
         const std::string &bus_address() const { return bus_address_; }
         const std::string &cgi_socket_path() const { return cgi_socket_path_; }
-        // POSTs a JSON text to the CGI and returns the answer, parsed.
         HttpAnswer cgi(const std::string &body) const { return cgi_post(cgi_socket_path_, body); }
 
 private:
