@@ -131,8 +131,27 @@ std::string read_updates(const std::string &path)
         return text;
 }
 
-TEST_F(SimView, ShowsTheObjectsTheCameraTheEventsAndTheFigures)
+TEST_F(SimView, ServesItsPageAndShowsTheObjectsTheCameraTheEventsAndTheFigures)
 {
+        // The stream of updates, the page and nothing else.
+        const std::string updates = read_updates(socket());
+        EXPECT_NE(updates.find("Content-Type: text/event-stream"), std::string::npos) << updates.substr(0, 300);
+        const size_t data = updates.find("data: ");
+        ASSERT_NE(data, std::string::npos) << updates.substr(0, 300);
+        JsonPtr first(json_loadb(updates.data() + data + 6, updates.find('\n', data) - data - 6, 0, nullptr));
+        EXPECT_TRUE(json_is_array(json_object_get(first.get(), "objects"))) << updates.substr(data, 200);
+
+        HttpAnswer page = get("/sim/");
+        EXPECT_EQ(page.status, 200);
+        EXPECT_NE(page.body.find("<canvas"), std::string::npos);
+        for (const char *file : {"/sim/main.js", "/sim/draw.js", "/sim/panel.js", "/sim/view.css"})
+                EXPECT_EQ(get(file).status, 200) << file;
+        for (const char *missing : {"/sim/nothing.js", "/sim/.hidden.js", "/sim/index.txt", "/other"})
+                EXPECT_EQ(get(missing).status, 404) << missing;
+        const long escaped = get("/sim/..%2Fview_model.cpp").status;
+        EXPECT_TRUE(escaped == 400 || escaped == 404) << escaped;
+        EXPECT_EQ(get("/sim/status", "POST").status, 405);
+
         // The objects as the radar plays them, with the class names it announced.
         JsonPtr s = wait_for([](json_t *doc) { return json_array_size(json_object_get(doc, "objects")) == 3; },
                              "showed the three objects");
@@ -196,27 +215,6 @@ TEST_F(SimView, ShowsTheObjectsTheCameraTheEventsAndTheFigures)
         EXPECT_EQ(json_integer_value(member(s.get(), "figures.moves_per_s")), 1);
         EXPECT_GE(json_number_value(member(s.get(), "figures.first_move_s")), 0.0);
         EXPECT_LT(json_number_value(member(s.get(), "figures.first_move_s")), 5.0);
-}
-
-TEST_F(SimView, StreamsUpdatesAndServesThePageAndNothingElse)
-{
-        const std::string updates = read_updates(socket());
-        EXPECT_NE(updates.find("Content-Type: text/event-stream"), std::string::npos) << updates.substr(0, 300);
-        const size_t data = updates.find("data: ");
-        ASSERT_NE(data, std::string::npos) << updates.substr(0, 300);
-        JsonPtr first(json_loadb(updates.data() + data + 6, updates.find('\n', data) - data - 6, 0, nullptr));
-        EXPECT_TRUE(json_is_array(json_object_get(first.get(), "objects"))) << updates.substr(data, 200);
-
-        HttpAnswer page = get("/sim/");
-        EXPECT_EQ(page.status, 200);
-        EXPECT_NE(page.body.find("<canvas"), std::string::npos);
-        for (const char *file : {"/sim/main.js", "/sim/draw.js", "/sim/panel.js", "/sim/view.css"})
-                EXPECT_EQ(get(file).status, 200) << file;
-        for (const char *missing : {"/sim/nothing.js", "/sim/.hidden.js", "/sim/index.txt", "/other"})
-                EXPECT_EQ(get(missing).status, 404) << missing;
-        const long escaped = get("/sim/..%2Fview_model.cpp").status;
-        EXPECT_TRUE(escaped == 400 || escaped == 404) << escaped;
-        EXPECT_EQ(get("/sim/status", "POST").status, 405);
 }
 
 TEST(SimViewModel, EveryScenarioLoads)
