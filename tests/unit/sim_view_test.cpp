@@ -8,6 +8,7 @@
 #include "sim_camera_process.h"
 #include "sim_events_process.h"
 #include "temp_dir.h"
+#include "view_model.h"
 #include "zone_scenario.h"
 
 #include <gtest/gtest.h>
@@ -215,6 +216,13 @@ TEST_F(SimView, ServesItsPageAndShowsTheObjectsTheCameraTheEventsAndTheFigures)
         EXPECT_EQ(json_integer_value(member(s.get(), "figures.moves_per_s")), 1);
         EXPECT_GE(json_number_value(member(s.get(), "figures.first_move_s")), 0.0);
         EXPECT_LT(json_number_value(member(s.get(), "figures.first_move_s")), 5.0);
+}
+
+// Whether an object is in view turns on this near the back of the circle.
+TEST(SimViewModel, AnglesDifferTheShortWayRound)
+{
+        EXPECT_DOUBLE_EQ(view_angle_difference(-170.0, 170.0), 20.0);
+        EXPECT_DOUBLE_EQ(view_angle_difference(170.0, -170.0), -20.0);
 }
 
 TEST(SimViewModel, EveryScenarioLoads)
