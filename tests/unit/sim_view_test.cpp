@@ -216,6 +216,9 @@ TEST_F(SimView, ServesItsPageAndShowsTheObjectsTheCameraTheEventsAndTheFigures)
         EXPECT_EQ(json_integer_value(member(s.get(), "figures.moves_per_s")), 1);
         EXPECT_GE(json_number_value(member(s.get(), "figures.first_move_s")), 0.0);
         EXPECT_LT(json_number_value(member(s.get(), "figures.first_move_s")), 5.0);
+        EXPECT_LT(json_number_value(member(s.get(), "figures.first_object_s")),
+                  json_number_value(member(s.get(), "time_s")) - 1.0)
+                << "the person was followed from the first scene on";
 }
 
 // Whether an object is in view turns on this near the back of the circle.
