@@ -32,6 +32,18 @@ std::string sanitizer_options_with_gstreamer()
         return options ? std::string(name) + "=" + options + ":fast_unwind_on_malloc=0" : std::string();
 }
 
+bool poll_until(const std::function<bool()> &done, double seconds, int interval_ms)
+{
+        const auto deadline = deadline_after(seconds);
+        for (;;) {
+                if (done())
+                        return true;
+                if (Clock::now() >= deadline)
+                        return false;
+                std::this_thread::sleep_for(std::chrono::milliseconds(interval_ms));
+        }
+}
+
 ChildProcess::ChildProcess(const std::vector<std::string> &argv, const std::vector<std::string> &env, int listen_fd)
     : name_(argv.empty() ? "" : argv[0])
 {
@@ -177,6 +189,13 @@ void ChildProcess::reap(int options)
         }
 }
 
+int ChildProcess::stop()
+{
+        if (!exited())
+                send_signal(SIGTERM);
+        return wait_exit();
+}
+
 bool ChildProcess::exited()
 {
         reap(WNOHANG);
@@ -187,13 +206,7 @@ int ChildProcess::wait_exit(double seconds)
 {
         if (pid_ <= 0)
                 return -1;
-        const auto deadline = deadline_after(seconds);
-        while (!exited() && Clock::now() < deadline) {
-                // The output ends when the child (and whatever shares its pipe) exits.
-                std::unique_lock lock(mutex_);
-                changed_.wait_for(lock, std::chrono::milliseconds(20));
-        }
-        if (!exited()) {
+        if (!poll_until([&] { return exited(); }, seconds)) {
                 ADD_FAILURE() << name_ << " did not exit within " << seconds << " s; last lines:\n" << tail();
                 kill(pid_, SIGKILL);
                 reap(0);
