@@ -66,20 +66,15 @@ TEST(CgiEndToEnd, ADamagedFileIsKeptBesideItWhenTheFirstChangeIsSaved)
         EXPECT_EQ(service.stop(), 0);
 }
 
-// Whatever arrives gets its error, nothing changes, and a client that never speaks, or
-// stops half-way through its headers, holds up no one.
-TEST(CgiEndToEnd, BadRequestsGetTheirErrorsWhileSilentClientsWait)
+// A client that never speaks, or stops half-way through its headers, holds up no one.
+TEST(CgiEndToEnd, SilentClientsHoldUpNoOne)
 {
         ServiceProcess service;
         ASSERT_TRUE(service.wait_for_line("DEBUG: Running"));
         const int silent[] = {unix_connect(service.cgi_socket_path()), unix_connect(service.cgi_socket_path())};
         const std::string partial = "POST /zelk-cgi/trelvo.cgi HTTP/1.1\r\nHost: x\r\n";
         ASSERT_EQ(write(silent[1], partial.data(), partial.size()), static_cast<ssize_t>(partial.size()));
-        const size_t loaded = service.matching("INFO: Setting ").size();
-        EXPECT_EQ(cgi_outcome(service.cgi("apiVersion=1.1&method=get")),
-                  R"(error:{"code":200,"message":"JSON input error"})");
         EXPECT_EQ(call(service, "getCameraMountingHeight"), R"(data:{"value":4.0,"minValue":1.0,"maxValue":16.0})");
-        EXPECT_EQ(service.matching("INFO: Setting ").size(), loaded); // nothing changed
         for (int fd : silent)
                 close(fd);
         EXPECT_EQ(service.stop(), 0);
