@@ -129,6 +129,10 @@ TEST(DbusSource, WithNothingPendingTheLoopWaitsForInputWithoutATimeout)
         Client client(bus.address());
         EXPECT_TRUE(client.owned());
         dbus_cleanup(service);
+        // The bus gives the name back once it has seen the connection close.
+        const gint64 deadline = g_get_monotonic_time() + static_cast<gint64>(child_default_wait_s * G_USEC_PER_SEC);
+        while (client.owned() && g_get_monotonic_time() < deadline)
+                g_usleep(1000);
         EXPECT_FALSE(client.owned());
         EXPECT_TRUE(log.lines().empty());
 }
