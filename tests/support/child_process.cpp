@@ -32,6 +32,15 @@ std::string sanitizer_options_with_gstreamer()
         return options ? std::string(name) + "=" + options + ":fast_unwind_on_malloc=0" : std::string();
 }
 
+std::vector<std::string> sanitizer_options_without_leak_check()
+{
+        std::vector<std::string> env;
+        for (const char *name : {"ASAN_OPTIONS", "LSAN_OPTIONS"})
+                if (const char *value = getenv(name))
+                        env.push_back(std::string(name) + "=" + value + ":detect_leaks=0:fast_unwind_on_malloc=1");
+        return env;
+}
+
 bool poll_until(const std::function<bool()> &done, double seconds, int interval_ms)
 {
         const auto deadline = deadline_after(seconds);

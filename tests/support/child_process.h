@@ -23,6 +23,10 @@ constexpr double child_default_wait_s = 30.0;
 // from the rest (tests/rig/lsan.supp). Empty when the tests run without a sanitizer.
 std::string sanitizer_options_with_gstreamer();
 
+// The sanitizers' variables for a test peer whose leaks are not looked for: a simulated
+// program serving HTTP with libsoup 3.2, which never frees a socket it accepted.
+std::vector<std::string> sanitizer_options_without_leak_check();
+
 // Asks done every interval_ms until it holds, for at most seconds; whether it came to hold.
 // For what another process changes: nothing in this one wakes the wait.
 bool poll_until(const std::function<bool()> &done, double seconds, int interval_ms = 20);

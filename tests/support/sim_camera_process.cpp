@@ -27,14 +27,9 @@ SimCameraProcess::SimCameraProcess(const std::vector<std::string> &options)
 {
         std::vector<std::string> argv{TRELVO_SIM_CAMERA, "--control", socket_};
         argv.insert(argv.end(), options.begin(), options.end());
-        // The camera starts GStreamer; finding GLib's leak among its own would take a full
-        // unwind of every allocation, which slows its TLS handshakes past a client's
-        // patience in sanitizer builds. It is a test peer: its leaks are not looked for.
-        std::vector<std::string> env;
-        for (const char *name : {"ASAN_OPTIONS", "LSAN_OPTIONS"})
-                if (const char *value = getenv(name))
-                        env.push_back(std::string(name) + "=" + value + ":detect_leaks=0:fast_unwind_on_malloc=1");
-        start(argv, env, "sim-camera: ready");
+        // Also: finding GLib's leak among the camera's own would take a full unwind of every
+        // allocation, which slows its TLS handshakes past a client's patience.
+        start(argv, sanitizer_options_without_leak_check(), "sim-camera: ready");
 }
 
 HttpAnswer SimCameraProcess::control(const char *method, const std::string &path, const char *what)

@@ -61,7 +61,7 @@ protected:
                 ASSERT_TRUE(radar_->wait_for_line("sim-radar: serving"));
                 view_ = std::make_unique<ChildProcess>(std::vector<std::string>{
                         SIM_VIEW, "--socket", socket(), "--scenario", scenario, "--scene-socket", scene,
-                        "--camera-control", camera_.control_socket()});
+                        "--camera-control", camera_.control_socket()}, sanitizer_options_without_leak_check());
                 ASSERT_TRUE(view_->wait_for_line("sim-view: ready"));
         }
 
