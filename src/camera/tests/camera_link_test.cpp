@@ -243,16 +243,17 @@ TEST_F(CameraLink, PollsMarkMovingChannelsThenFollowsWithAMoveEachTickOneStopAnd
         tracker_remove_target(1, 9);
 }
 
-// An axis as the autotune sees it: turns 1.2 degrees per second per speed unit, at most
+// An axis as the autotune sees it: turns rate degrees per second per speed unit, at most
 // 100 units, and acts on each command two ticks late.
 struct Axis {
         float position;
+        float rate;
         std::deque<float> pending = {0.0f, 0.0f};
 
         float step(float command)
         {
                 pending.push_back(command);
-                position += std::clamp(pending.front(), -100.0f, 100.0f) * 1.2f * 0.05f;
+                position += std::clamp(pending.front(), -100.0f, 100.0f) * rate * 0.05f;
                 pending.pop_front();
                 return position;
         }
@@ -275,7 +276,7 @@ TEST_F(CameraLink, AutotuneChecksTheZoomScaleTunesBothAxesAndStoresGainsAndModel
         EXPECT_EQ(persistent_get_zoom_correction(), 2.0);
         camera_position_update(10, 0, 0, 0, 0.0f, -45.0f);
 
-        Axis pan{0.0f}, tilt{-45.0f};
+        Axis pan{0.0f, 1.2f}, tilt{-45.0f, 0.6f};
         float pan_command = 0.0f, tilt_command = 0.0f;
         int ticks = 0;
         while (autotune_tick(nullptr) && ticks++ < 2000) {
@@ -295,6 +296,9 @@ TEST_F(CameraLink, AutotuneChecksTheZoomScaleTunesBothAxesAndStoresGainsAndModel
         persistent_get_pan_pid(&kp, &ki, &kd);
         EXPECT_NE(kp, 1.0) << "tuned gains replace the defaults";
         EXPECT_GT(ki, 0.0);
+        double tilt_kp = 0, tilt_ki = 0, tilt_kd = 0;
+        persistent_get_tilt_pid(&tilt_kp, &tilt_ki, &tilt_kd);
+        EXPECT_GT(tilt_kp, kp) << "the slower tilt axis keeps gains of its own";
         const Strings last = sent();
         ASSERT_FALSE(last.empty());
         EXPECT_EQ(last.back(), "zelk-cgi/com/ptz.cgi?pan=0.000000&tilt=-3.600000&zoom=1.000000");
