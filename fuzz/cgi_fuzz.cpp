@@ -1,11 +1,7 @@
-// A request body through the configuration CGI as the radar CGI library dispatches it:
-// the envelope, the method table and every handler, with the real settings store,
-// tracking core, configuration file and scene intake behind them. Only the socket and
-// HTTP are left out. Tracking switches are applied from the main loop after each body, as
-// the service would; the camera counts as connected for bodies of odd length, so that the
-// handlers that need a camera are reached too.
-//
-// The configuration file is the build's (the fuzz preset puts it in its build tree).
+// A request body through the configuration CGI's envelope, method table and every handler,
+// with the real settings store, tracking core, configuration file (the build's) and scene
+// intake behind them. Tracking switches are applied from the main loop after each body, as
+// the service would; bodies of odd length find the camera connected.
 #include "camera_connection.h"
 #include "cgi_api.h"
 #include "fuzz_support.h"

@@ -19,6 +19,17 @@ struct SceneObject {
         float range, azimuth; // polar position
 };
 
+// Zone service payloads in GVariant's text form.
+const std::pair<const char *, const char *> zone_seeds[] = {
+        {"listing", "([(1, [('gate', true), ('yard', false)]), (2, [('road', true)])],)"},
+        {"listing_empty", "(@a(ia(sb)) [],)"},
+        {"areas", "([('excludeArea', [(-0.5, -0.5), (0.5, -0.5), (0.5, 0.5), (-0.5, 0.5)]), "
+                  "('includeArea', [(0.0, 0.0), (1.0, 0.0), (1.0, 1.0)]), ('excludeArea', [(0.9, 0.9), (1.0, 1.0)]), "
+                  "('excludeArea', [(-1.0, 0.0), (-1.0, 1.0), (0.0, 1.0)])],)"},
+        {"areas_vertical_edges", "([('excludeArea', [(0.0, -1.0), (0.0, 1.0), (0.5, 1.0), (0.5, -1.0)])], 'extra')"},
+        {"wrong_type", "([(1, 'gate')],)"},
+};
+
 std::string seeds_frame(const Scene &scene, uint32_t extra_length = 4)
 {
         const std::string message = scene.SerializeAsString();
@@ -56,20 +67,18 @@ void seeds_write(const std::string &dir, const char *name, const std::string &by
 
 void seeds_scenes(const std::string &dir)
 {
+        const SceneObject one_human = {1, 3, 0.1f, 0.1f, 10, 0};
         seeds_write(dir, "empty", seeds_frame(Scene()));
-        seeds_write(dir, "walkers", seeds_frame(seeds_scene({{7, 3, 0.1f, 0.2f, 20.0f, 5.0f},
-                                                             {8, 4, -0.2f, 0.4f, 40.0f, -17.0f},
-                                                             {9, 5, 0.0f, 0.9f, 90.0f, 0.5f},
-                                                             {10, 0, -0.8f, -0.9f, 2.0f, 95.0f}})));
+        seeds_write(dir, "walkers", seeds_frame(seeds_scene({{7, 3, 0.1f, 0.2f, 20, 5}, {8, 4, -0.2f, 0.4f, 40, -17},
+                                                             {9, 5, 0, 0.9f, 90, 0.5f}, {10, 0, -0.8f, -0.9f, 2, 95}})));
         seeds_write(dir, "every_class", seeds_frame(seeds_scene({{1, 0, 0.1f, 0.1f, 10, 0}, {2, 1, 0.2f, 0.1f, 10, 3},
                                                                  {3, 2, 0.3f, 0.1f, 10, 6}, {4, 3, 0.4f, 0.1f, 10, 9},
-                                                                 {5, 4, 0.5f, 0.1f, 10, 12},
-                                                                 {6, 5, 0.6f, 0.1f, 10, 15}})));
-        seeds_write(dir, "bad_class", seeds_frame(seeds_scene({{1, 3, 0.1f, 0.1f, 10, 0}, {2, 4294967295u, 0, 0, 5, 1}})));
-        seeds_write(dir, "length_short", seeds_frame(seeds_scene({{1, 3, 0.1f, 0.1f, 10, 0}}), 0));
-        seeds_write(dir, "length_long", seeds_frame(seeds_scene({{1, 3, 0.1f, 0.1f, 10, 0}}), 64));
+                                                                 {5, 4, 0.5f, 0.1f, 10, 12}, {6, 5, 0.6f, 0.1f, 10, 15}})));
+        seeds_write(dir, "bad_class", seeds_frame(seeds_scene({one_human, {2, 4294967295u, 0, 0, 5, 1}})));
+        seeds_write(dir, "length_short", seeds_frame(seeds_scene({one_human}), 0));
+        seeds_write(dir, "length_long", seeds_frame(seeds_scene({one_human}), 64));
 
-        Scene partial = seeds_scene({{1, 3, 0.1f, 0.1f, 10, 0}});
+        Scene partial = seeds_scene({one_human});
         partial.add_objects()->set_id(2); // no box: ends the walk
         Object *no_labels = partial.add_objects();
         no_labels->set_id(3);
@@ -83,31 +92,16 @@ void seeds_scenes(const std::string &dir)
         seeds_write(dir, "faulty_objects", seeds_frame(partial));
 }
 
-std::string seeds_variant(GVariant *value)
+// The type string, a NUL byte, then the value in GVariant's serialized form.
+std::string seeds_variant(const char *text)
 {
-        g_variant_ref_sink(value);
+        GVariant *value = g_variant_parse(nullptr, text, nullptr, nullptr, nullptr);
         GVariant *normal = g_variant_get_normal_form(value);
         const std::string type = g_variant_get_type_string(normal);
         std::string bytes(static_cast<const char *>(g_variant_get_data(normal)), g_variant_get_size(normal));
         g_variant_unref(normal);
         g_variant_unref(value);
         return type + std::string(1, '\0') + bytes;
-}
-
-void seeds_zones(const std::string &dir)
-{
-        seeds_write(dir, "listing", seeds_variant(g_variant_new_parsed(
-                                            "([(1, [('gate', true), ('yard', false)]), (2, [('road', true)])],)")));
-        seeds_write(dir, "listing_empty", seeds_variant(g_variant_new_parsed("(@a(ia(sb)) [],)")));
-        seeds_write(dir, "areas", seeds_variant(g_variant_new_parsed(
-                                          "([('excludeArea', [(-0.5, -0.5), (0.5, -0.5), (0.5, 0.5), (-0.5, 0.5)]), "
-                                          "('includeArea', [(0.0, 0.0), (1.0, 0.0), (1.0, 1.0)]), "
-                                          "('excludeArea', [(0.9, 0.9), (1.0, 1.0)]), "
-                                          "('excludeArea', [(-1.0, 0.0), (-1.0, 1.0), (0.0, 1.0)])],)")));
-        seeds_write(dir, "areas_vertical_edges",
-                    seeds_variant(g_variant_new_parsed(
-                            "([('excludeArea', [(0.0, -1.0), (0.0, 1.0), (0.5, 1.0), (0.5, -1.0)])], 'extra')")));
-        seeds_write(dir, "wrong_type", seeds_variant(g_variant_new_parsed("([(1, 'gate')],)")));
 }
 
 } // namespace
@@ -120,7 +114,8 @@ int main(int argc, char **argv)
         }
         const std::string dir = argv[1];
         seeds_scenes(dir + "/scene");
-        seeds_zones(dir + "/zones");
+        for (const auto &[name, text] : zone_seeds)
+                seeds_write(dir + "/zones", name, seeds_variant(text));
         google::protobuf::ShutdownProtobufLibrary();
         return 0;
 }

@@ -56,9 +56,6 @@ TEST(Geometry, ConversionsMatchWorkedValuesClampsAndOffsets)
         set_point_from_group(10, -3, 20, 62.9f, &pan, &tilt, &zoom);
         EXPECT_EQ(std::pair(pan, tilt), std::pair(350.0f, -3.0f));
         EXPECT_FLOAT_EQ(zoom, 0.5f * 3.145f);
-        settings_set_tilt_offset(0.0);
-        settings_set_pan_offset(0.0);
-        settings_set_zoom_degree(100.0);
 }
 
 TEST(Geometry, CircularHelpersWrapAndCoverTheSmallestArc)

@@ -45,6 +45,8 @@ TEST_F(Controller, SetTargetClampsAndZoomFollowsTheSmoothingAndSpeedRules)
         controller.update(20, 0, 1);
         EXPECT_FLOAT_EQ(controller.pan_channel().previous_error(), -30.0f);
         EXPECT_FLOAT_EQ(controller.zoom_channel().previous_error(), 0.0f);
+        controller.update(15, 0, 1); // exactly 25 degrees per second is not yet fast
+        EXPECT_FLOAT_EQ(controller.zoom_channel().previous_error(), 3.0f - 1.0f);
         controller.update(340, 0, 1);
         EXPECT_FLOAT_EQ(controller.zoom_channel().previous_error(), 3.6f - 1.0f);
 }
