@@ -24,7 +24,7 @@ constexpr double child_default_wait_s = 30.0;
 std::string sanitizer_options_with_gstreamer();
 
 // The sanitizers' variables for a test peer whose leaks are not looked for: a simulated
-// program serving HTTP with libsoup 3.2, which never frees a socket it accepted.
+// program, e.g. one serving HTTP with libsoup 3.2, which never frees a socket it accepted.
 std::vector<std::string> sanitizer_options_without_leak_check();
 
 // Asks done every interval_ms until it holds, for at most seconds; whether it came to hold.
