@@ -150,8 +150,6 @@ bool cgi_is_dotted_quad(const char *text)
                 if (g_ascii_isdigit(*p)) {
                         const int digit = *p - '0';
                         if (current < 0) {
-                                if (numbers == 4)
-                                        return false;
                                 numbers++;
                                 current = digit;
                         } else if (current == 0 || current * 10 + digit > 255) {

@@ -23,12 +23,7 @@ async function eventually(check, what) {
     }
 }
 
-async function connectCamera() {
-    await cgi('setCameraConnection', { ip: '127.0.0.1', user: 'root', pass: 'pass' });
-    await eventually(async () => (await get('getCameraConnection')).state === 'connected', 'the camera');
-}
-
-test('settings changed on the page are in the answers and in the configuration file', async () => {
+test('settings changed on the page are in the service\'s answers', async () => {
     const { page, close } = await openPage(browser);
 
     // A number: the page shows what the service stored (the time-out is whole seconds).
@@ -37,14 +32,6 @@ test('settings changed on the page are in the answers and in the configuration f
     await page.waitForSelector('#return-to-home-timeout-message.done');
     assert.equal(await page.inputValue('#return-to-home-timeout'), '12');
     assert.equal((await get('getReturnToHomeTimeout')).value, 12);
-    assert.equal(readConf().tracking.return_to_home_timeout, '12');
-
-    // A switch, written as soon as it is flipped.
-    const guardTour = (await get('getGuardTourEnabled')).value;
-    await page.click('#guard-tour-enabled');
-    await eventually(async () => (await get('getGuardTourEnabled')).value !== guardTour, 'the guard tour switch');
-    assert.equal(readConf().tracking.guard_tour_enabled, String(!guardTour));
-    assert.equal(await page.isChecked('#guard-tour-enabled'), !guardTour);
 
     // The object types are the radar's (no small objects here); one changes alone.
     const types = await page.$$eval('#object-type-list input', (inputs) => inputs.map((input) => input.name));
@@ -53,10 +40,9 @@ test('settings changed on the page are in the answers and in the configuration f
     await page.getByRole('switch', { name: 'Unidentified objects' }).click();
     await eventually(async () => (await get('getObjectTypesToTrack')).unknown !== before.unknown, 'the unknown type');
     assert.deepEqual(await get('getObjectTypesToTrack'), { ...before, unknown: !before.unknown });
-    assert.equal(readConf().tracking.unidentified_object_track, String(!before.unknown));
 
-    // The camera connection: stored (the password only encrypted), and the live state
-    // follows the camera link to "connected".
+    // The camera connection: stored, the password never shown again, and the live state
+    // follows the camera link to "connected" (which only the right password gets to).
     await cgi('setCameraConnection', { ip: '', user: '', pass: '' });
     await page.fill('#camera-ip', '127.0.0.1');
     await page.fill('#camera-user', 'root');
@@ -64,10 +50,6 @@ test('settings changed on the page are in the answers and in the configuration f
     await page.click('#connection-form button[type="submit"]');
     await page.waitForSelector('#connection-message.done');
     assert.deepEqual(await get('getCameraConnection').then(({ ip, user }) => ({ ip, user })), { ip: '127.0.0.1', user: 'root' });
-    const camera = readConf().camera;
-    assert.equal(camera.ip, '127.0.0.1');
-    assert.equal(camera.user, 'root');
-    assert.match(camera.pass, /^[0-9a-f]{32,}$/);
     assert.equal(await page.inputValue('#camera-pass'), '');
     await page.waitForFunction(() => document.getElementById('camera-state').textContent === 'connected');
     assert.match(await page.textContent('#camera-last-change'), /^Last change: .* → connected at /);
@@ -139,19 +121,19 @@ test('keyboard only: Tab to a field, change it, Enter saves; Enter flips a switc
     assert.equal(await page.evaluate(() => window.heldWhileSaving), true);
     assert.equal(await page.evaluate(() => document.activeElement.id), 'mounting-height', 'the focus stays');
     assert.equal((await get('getCameraMountingHeight')).value, 7.25);
-    assert.equal(readConf().camera.mounting_height, '7.25');
 
     const homeBefore = (await get('getReturnToHomeEnabled')).value;
     await tabTo('return-to-home-enabled');
     await page.keyboard.press('Enter');
     await eventually(async () => (await get('getReturnToHomeEnabled')).value !== homeBefore, 'return to home');
-    assert.equal(readConf().tracking.return_to_home_enabled, String(!homeBefore));
+    assert.equal(await page.isChecked('#return-to-home-enabled'), !homeBefore);
     await close();
 });
 
 test('the offsets taken from where the camera points', async () => {
     await cgi('setTrackingEnabled', { value: false });
-    await connectCamera();
+    await cgi('setCameraConnection', { ip: '127.0.0.1', user: 'root', pass: 'pass' });
+    await eventually(async () => (await get('getCameraConnection')).state === 'connected', 'the camera');
     await cameraControl('/position?pan=30&tilt=-4');
     const { page, close } = await openPage(browser);
 

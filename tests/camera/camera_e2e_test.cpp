@@ -1,13 +1,17 @@
 // The real service against the simulated unit, inside the rig's sandbox: the simulated
 // radar walks a person across at 20 m, the simulated camera (HTTP, HTTPS, RTSP) is at
-// 127.0.0.1, and the service shares their network with a configuration of its own.
-#include "sim_unit.h"
+// 127.0.0.1, and the service shares their network with a configuration of its own. Faults
+// are injected from outside: streams dropped, the camera killed and started anew, a camera
+// that stops answering, SIGTERM in the middle of an autotune.
+#include "private_bus.h"
 #include "sim_camera_process.h"
 #include "sim_events_process.h"
+#include "sim_unit.h"
 
 #include <glib.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <csignal>
 #include <memory>
@@ -18,10 +22,33 @@ using Strings = std::vector<std::string>;
 
 class CameraEndToEnd : public ::testing::Test {
 protected:
-        void stop(ServiceProcess &service)
+        // The camera keeps the walking person in the middle of its view.
+        bool follows(SimCameraProcess &camera, const std::string &when)
+        {
+                return camera.wait_for(
+                        [&](const SimCameraStatus &s) { return std::fabs(s.pan - unit.walker_azimuth()) < 3.0; },
+                        "the camera on the person " + when, 20.0);
+        }
+
+        // With tracking off the service takes no scenes until the operator switches it on.
+        std::unique_ptr<ServiceProcess> start_with_tracking_off()
+        {
+                std::string conf = unit.conf_text();
+                const size_t enabled = conf.find("\nenabled=true\n");
+                EXPECT_NE(enabled, std::string::npos) << conf;
+                if (enabled != std::string::npos)
+                        unit.write_conf(conf.replace(enabled, 14, "\nenabled=false\n"));
+                return unit.start_service();
+        }
+
+        // Stops the service and checks that the whole teardown ran and the camera was let go.
+        void stop_fully(ServiceProcess &service)
         {
                 service.send_signal(SIGTERM);
                 EXPECT_EQ(service.wait_exit(), 0);
+                const Strings teardown = service.matching("Tearing down: ");
+                ASSERT_EQ(teardown.size(), 9u);
+                EXPECT_EQ(teardown.back(), "trelvo: DEBUG: Tearing down: settings_cleanup");
                 EXPECT_EQ(service.events().states().back(), "disconnected");
                 EXPECT_TRUE(service.matching("CRITICAL").empty());
         }
@@ -36,45 +63,89 @@ TEST_F(CameraEndToEnd, AutotunesANewModelOnceFollowsThePersonAndConnectsStraight
         {
                 std::unique_ptr<ServiceProcess> service = unit.start_service();
                 ASSERT_TRUE(service->events().wait_for_states({"connecting", "autotune", "connected"}, 90.0));
-
-                // Following: the camera's pan comes within a few degrees of the walking person.
-                EXPECT_TRUE(camera.wait_for(
-                        [&](const SimCameraStatus &s) { return std::fabs(s.pan - unit.walker_azimuth()) < 3.0; },
-                        "the camera on the person", 20.0));
+                // Turned away (which ends the autotune's last move): only scenes bring it back.
+                camera.teleport(unit.walker_azimuth() + 90.0, 0.0, 1.0);
+                EXPECT_TRUE(follows(camera, "after the autotune"));
                 EXPECT_GT(camera.status().rtsp_clients, 0u) << "positions over the stream";
-                stop(*service);
+                stop_fully(*service);
         }
         const uint64_t connections = camera.status().http_connections;
-        {
-                // Started with tracking off, the service takes no scenes until the operator
-                // switches it on over the CGI.
-                std::string conf = unit.conf_text();
-                const size_t enabled = conf.find("\nenabled=true\n");
-                ASSERT_NE(enabled, std::string::npos) << conf;
-                unit.write_conf(conf.replace(enabled, 14, "\nenabled=false\n"));
-                std::unique_ptr<ServiceProcess> service = unit.start_service();
-                ASSERT_TRUE(service->events().wait_for_states({"connecting", "connected"}));
-                EXPECT_EQ(service->events().states(), (Strings{"connecting", "connected"})) << "no second autotune";
-                camera.teleport(unit.walker_azimuth() + 90.0, 0.0, 1.0);
-                EXPECT_NE(service->cgi(R"({"apiVersion": "1.1", "method": "setTrackingEnabled", "params": {"value": true}})")
-                                  .body.find("\"data\""),
-                          std::string::npos);
-                EXPECT_TRUE(camera.wait_for(
-                        [&](const SimCameraStatus &s) { return std::fabs(s.pan - unit.walker_azimuth()) < 3.0; },
-                        "the camera on the person once tracking is on", 20.0));
-                stop(*service);
-        }
+        std::unique_ptr<ServiceProcess> service = start_with_tracking_off();
+        ASSERT_TRUE(service->events().wait_for_states({"connecting", "connected"}));
+        EXPECT_EQ(service->events().states(), (Strings{"connecting", "connected"})) << "no second autotune";
+        camera.teleport(unit.walker_azimuth() + 90.0, 0.0, 1.0);
+        EXPECT_EQ(cgi_outcome(service->cgi(cgi_call_body("setTrackingEnabled", R"({"value": true})"))), "data:{}");
+        EXPECT_TRUE(follows(camera, "once tracking is switched on over the CGI"));
+        stop_fully(*service);
         EXPECT_EQ(camera.status().http_connections, connections + 1) << "one kept-alive connection per run";
 }
 
-TEST_F(CameraEndToEnd, ACameraThatStopsAnsweringNeverStopsTheService)
+TEST_F(CameraEndToEnd, FollowsOnceSwitchedOnOverDbusThroughStreamDropsAndACameraRestartWithoutAnAutotune)
+{
+        auto camera = std::make_unique<SimCameraProcess>(Strings{"--pan", "120"});
+        unit.configure("pass", "name=ZPT-6100\n");
+        std::unique_ptr<ServiceProcess> service = start_with_tracking_off();
+        ASSERT_TRUE(service->events().wait_for_states({"connecting", "connected"}));
+        g_autoptr(GDBusConnection) bus = private_bus_connect(service->bus_address());
+        g_autoptr(GVariant) reply = private_bus_call(bus, "com.zelk.Trelvo1", "/com/zelk/Trelvo1", "com.zelk.Trelvo1",
+                                                     "SetTrackingEnabled", g_variant_new("(b)", TRUE));
+        ASSERT_TRUE(follows(*camera, "once tracking is switched on over D-Bus"));
+
+        // Every stream dropped as soon as it plays: positions come from the polls between
+        // the drops, enough to find the person again after the camera was turned away.
+        ASSERT_TRUE(camera->set_fault("stream_drop", true));
+        ASSERT_TRUE(camera->teleport(60.0, 0.0, 1.0));
+        EXPECT_TRUE(follows(*camera, "while every stream drops"));
+        ASSERT_TRUE(camera->set_fault("stream_drop", false));
+        ASSERT_TRUE(camera->wait_for([](const SimCameraStatus &s) { return s.rtsp_clients == 1; }, "a new stream"));
+        const uint64_t packets = camera->status().rtsp_packets;
+        EXPECT_TRUE(camera->wait_for([&](const SimCameraStatus &s) { return s.rtsp_packets > packets + 5; },
+                                     "positions over the new stream"));
+
+        // Killed: the service reports the loss and waits; started anew, turned away, it is
+        // found again by the polls, with the model it knows, and followed.
+        Strings expected = service->events().states();
+        ASSERT_EQ(expected.back(), "connected");
+        camera.reset();
+        expected.push_back("disconnected");
+        ASSERT_TRUE(service->events().wait_for_states(expected));
+        camera = std::make_unique<SimCameraProcess>(Strings{"--pan", "120"});
+        expected.push_back("connected");
+        ASSERT_TRUE(service->events().wait_for_states(expected));
+        EXPECT_TRUE(follows(*camera, "after the restart"));
+        EXPECT_EQ(camera->status().rtsp_clients, 1u);
+        EXPECT_EQ(service->events().states(), expected);
+        EXPECT_EQ(std::count(expected.begin(), expected.end(), "autotune"), 0) << "a known model is not tuned again";
+        stop_fully(*service);
+}
+
+// SIGTERM in the middle of the autotune's relay, with the camera answering and silent.
+TEST_F(CameraEndToEnd, SigtermDuringTheAutotuneStopsTheCameraSavesNothingHalfTunedAndOutwaitsNoSilentCamera)
 {
         SimCameraProcess camera;
         unit.configure("pass");
         std::unique_ptr<ServiceProcess> service = unit.start_service();
         ASSERT_TRUE(service->events().wait_for_states({"connecting", "autotune"}));
+        ASSERT_TRUE(camera.wait_for([](const SimCameraStatus &s) { return std::fabs(s.pan_speed) > 1.0; },
+                                    "the relay's moves", 20.0));
+        stop_fully(*service);
+        EXPECT_TRUE(camera.wait_for(
+                [](const SimCameraStatus &s) { return s.pan_speed == 0.0 && s.tilt_speed == 0.0 && !s.moving; },
+                "the camera stopped"));
+        g_autoptr(GKeyFile) keys = g_key_file_new();
+        const std::string conf = unit.conf_text();
+        ASSERT_TRUE(g_key_file_load_from_data(keys, conf.c_str(), conf.size(), G_KEY_FILE_NONE, nullptr)) << conf;
+        g_autofree gchar *name = g_key_file_get_string(keys, "camera", "name", nullptr);
+        EXPECT_TRUE(name == nullptr || *name == '\0') << "model stored as tuned: " << name;
+        for (const char *key : {"pan_kp", "pan_ki", "pan_kd", "tilt_kp", "tilt_ki", "tilt_kd"}) {
+                const double untuned = g_str_has_suffix(key, "kp") ? 1.0 : 0.0;
+                EXPECT_EQ(g_key_file_get_double(keys, "camera", key, nullptr), untuned) << key << " in\n" << conf;
+        }
+
+        // Silent: every request is given up after its budget; the loop still serves the signal.
+        service = unit.start_service();
+        ASSERT_TRUE(service->events().wait_for_states({"connecting", "autotune"}));
         camera.set_fault("no_answer", true);
-        // Every request is given up after its budget; the loop still serves the quit signal.
         service->send_signal(SIGTERM);
         EXPECT_EQ(service->wait_exit(30.0), 0);
 }

@@ -1,5 +1,6 @@
 #include "service_process.h"
 #include "sim_events_process.h"
+#include "temp_dir.h"
 
 #include <glib/gstdio.h>
 #include <gtest/gtest.h>
@@ -39,19 +40,18 @@ Lines run_and_stop(const ServiceOptions &options, int signal)
 // real lists meet the real configuration file and peers.
 TEST(Service, QuitSignalsStopItCleanlyAndTheConfigFileIsCreatedOnceThenLeftAlone)
 {
-        gchar *dir = g_dir_make_tmp("trelvo-conf-XXXXXX", nullptr);
-        const std::string file = std::string(dir) + "/trelvo.conf";
+        const TempDir dir{"trelvo-conf"};
+        const std::string file = dir.file("trelvo.conf");
         ServiceOptions options;
-        options.conf_dir = dir;
+        options.conf_dir = dir.path();
 
         // The first start creates the file; the load adds the zoom degree it lacks, the camera
         // link the zoom correction.
         const Lines fresh = run_and_stop(options, SIGINT);
         EXPECT_NE(std::find(fresh.begin(), fresh.end(), "trelvo: INFO: Setting zoom degree to 50.000000"), fresh.end());
-        gchar *created = nullptr;
+        g_autofree gchar *created = nullptr;
         ASSERT_TRUE(g_file_get_contents(file.c_str(), &created, nullptr, nullptr));
         EXPECT_NE(std::string(created).find("tilt_kd=0\nname=\nzoom_degree=50\nzoom_correction=1\n\n[tracking]\n"), std::string::npos);
-        g_free(created);
 
         // Every key the load reads is there now: nothing is saved (a save replaces the file).
         GStatBuf before, after;
@@ -59,9 +59,6 @@ TEST(Service, QuitSignalsStopItCleanlyAndTheConfigFileIsCreatedOnceThenLeftAlone
         run_and_stop(options, SIGTERM);
         ASSERT_EQ(g_stat(file.c_str(), &after), 0);
         EXPECT_EQ(before.st_ino, after.st_ino);
-        g_unlink(file.c_str());
-        g_rmdir(dir);
-        g_free(dir);
 }
 
 // The first step that fails stops the service after its reason and its own line; nothing
@@ -86,8 +83,7 @@ TEST(Service, AFailedStepStopsItWithStatusOne)
                 ServiceProcess service(c.options);
                 EXPECT_EQ(service.wait_exit(), 1) << c.step;
                 EXPECT_EQ(service.matching(c.reason).size(), 1u) << c.step;
-                EXPECT_EQ(service.matching(c.failure), Lines{c.failure});
-                EXPECT_EQ(last(service.matching("ERROR")), c.failure);
+                EXPECT_EQ(service.matching("ERROR"), Lines{c.failure}) << c.step;
                 EXPECT_EQ(last(service.matching("Setting up: ")), "trelvo: DEBUG: Setting up: " + c.step);
                 EXPECT_EQ(last(service.matching("Tearing down: ")), "trelvo: DEBUG: Tearing down: settings_cleanup");
                 EXPECT_TRUE(service.matching("Running").empty() && service.matching("CRITICAL").empty()) << c.step;

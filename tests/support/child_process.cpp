@@ -26,8 +26,31 @@ constexpr int systemd_first_fd = 3;
 
 std::string sanitizer_options_with_gstreamer()
 {
-        const char *options = getenv("ASAN_OPTIONS");
-        return options ? std::string("ASAN_OPTIONS=") + options + ":fast_unwind_on_malloc=0" : std::string();
+        // AddressSanitizer reads its own variable; LeakSanitizer alone (the debug build) reads LSAN_OPTIONS.
+        const char *name = getenv("ASAN_OPTIONS") ? "ASAN_OPTIONS" : "LSAN_OPTIONS";
+        const char *options = getenv(name);
+        return options ? std::string(name) + "=" + options + ":fast_unwind_on_malloc=0" : std::string();
+}
+
+std::vector<std::string> sanitizer_options_without_leak_check()
+{
+        std::vector<std::string> env;
+        for (const char *name : {"ASAN_OPTIONS", "LSAN_OPTIONS"})
+                if (const char *value = getenv(name))
+                        env.push_back(std::string(name) + "=" + value + ":detect_leaks=0:fast_unwind_on_malloc=1");
+        return env;
+}
+
+bool poll_until(const std::function<bool()> &done, double seconds, int interval_ms)
+{
+        const auto deadline = deadline_after(seconds);
+        for (;;) {
+                if (done())
+                        return true;
+                if (Clock::now() >= deadline)
+                        return false;
+                std::this_thread::sleep_for(std::chrono::milliseconds(interval_ms));
+        }
 }
 
 ChildProcess::ChildProcess(const std::vector<std::string> &argv, const std::vector<std::string> &env, int listen_fd)
@@ -175,6 +198,13 @@ void ChildProcess::reap(int options)
         }
 }
 
+int ChildProcess::stop()
+{
+        if (!exited())
+                send_signal(SIGTERM);
+        return wait_exit();
+}
+
 bool ChildProcess::exited()
 {
         reap(WNOHANG);
@@ -185,13 +215,7 @@ int ChildProcess::wait_exit(double seconds)
 {
         if (pid_ <= 0)
                 return -1;
-        const auto deadline = deadline_after(seconds);
-        while (!exited() && Clock::now() < deadline) {
-                // The output ends when the child (and whatever shares its pipe) exits.
-                std::unique_lock lock(mutex_);
-                changed_.wait_for(lock, std::chrono::milliseconds(20));
-        }
-        if (!exited()) {
+        if (!poll_until([&] { return exited(); }, seconds)) {
                 ADD_FAILURE() << name_ << " did not exit within " << seconds << " s; last lines:\n" << tail();
                 kill(pid_, SIGKILL);
                 reap(0);

@@ -8,6 +8,8 @@
 #include <sys/types.h>
 
 #include <condition_variable>
+#include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -16,10 +18,18 @@
 // Seconds a wait gives a child by default; sanitizer builds are several times slower.
 constexpr double child_default_wait_s = 30.0;
 
-// ASAN_OPTIONS=... for a child that starts GStreamer, in sanitizer builds: allocations
-// unwound in full, so that GLib's one leak of such processes is told from the rest
-// (tests/rig/lsan.supp). Empty when the tests run without ASAN_OPTIONS.
+// ASAN_OPTIONS=... or LSAN_OPTIONS=... for a child that starts GStreamer, in sanitizer
+// builds: allocations unwound in full, so that GLib's one leak of such processes is told
+// from the rest (tests/rig/lsan.supp). Empty when the tests run without a sanitizer.
 std::string sanitizer_options_with_gstreamer();
+
+// The sanitizers' variables for a test peer whose leaks are not looked for: a simulated
+// program, e.g. one serving HTTP with libsoup 3.2, which never frees a socket it accepted.
+std::vector<std::string> sanitizer_options_without_leak_check();
+
+// Asks done every interval_ms until it holds, for at most seconds; whether it came to hold.
+// For what another process changes: nothing in this one wakes the wait.
+bool poll_until(const std::function<bool()> &done, double seconds, int interval_ms = 20);
 
 class ChildProcess {
 public:
@@ -30,8 +40,6 @@ public:
         explicit ChildProcess(const std::vector<std::string> &argv, const std::vector<std::string> &env = {},
                               int listen_fd = -1);
         ~ChildProcess();
-        ChildProcess(const ChildProcess &) = delete;
-        ChildProcess &operator=(const ChildProcess &) = delete;
 
         bool started() const { return pid_ > 0; }
         pid_t pid() const { return pid_; }
@@ -43,12 +51,13 @@ public:
         // Waits for the exit and returns the exit status; -1 (and a failure) when it was
         // killed by a signal or did not exit in time (it is then killed).
         int wait_exit(double seconds = child_default_wait_s);
+        // SIGTERM unless it exited already, then wait_exit.
+        int stop();
         bool exited();
 
         std::vector<std::string> lines() const;
-        // Lines containing text, in order.
         std::vector<std::string> matching(const std::string &text) const;
-        // The last n lines, one per line, for failure messages.
+        // The last n lines, for failure messages.
         std::string tail(size_t n = 30) const;
 
 private:
@@ -65,4 +74,28 @@ private:
         std::condition_variable changed_;
         std::vector<std::string> lines_;
         bool output_ended_ = false;
+};
+
+// A simulated peer of the service: ready once it printed its ready line, and stopped
+// with SIGTERM at the latest when it goes.
+class SimProcess {
+public:
+        bool ready() const { return ready_; }
+        int stop() { return process_->stop(); }
+        // Waits until it exited by itself (after a VanishOn); its exit status.
+        int wait_exit(double seconds = child_default_wait_s) { return process_->wait_exit(seconds); }
+
+protected:
+        SimProcess() = default;
+        ~SimProcess() { stop(); }
+        void start(const std::vector<std::string> &argv, const std::vector<std::string> &env,
+                   const std::string &ready_line)
+        {
+                process_ = std::make_unique<ChildProcess>(argv, env);
+                ready_ = process_->started() && process_->wait_for_line(ready_line);
+        }
+
+private:
+        std::unique_ptr<ChildProcess> process_;
+        bool ready_ = false;
 };

@@ -24,19 +24,6 @@ size_t http_client_collect_body(char *data, size_t size, size_t n, void *user_da
         return size * n;
 }
 
-size_t http_client_collect_header(char *data, size_t size, size_t n, void *user_data)
-{
-        std::string line(data, size * n);
-        if (strncasecmp(line.c_str(), "Allow:", 6) == 0) {
-                line.erase(0, 6);
-                const size_t first = line.find_first_not_of(" \t");
-                const size_t last = line.find_last_not_of(" \t\r\n");
-                *static_cast<std::string *>(user_data) =
-                        first == std::string::npos ? "" : line.substr(first, last - first + 1);
-        }
-        return size * n;
-}
-
 size_t http_client_send_chunk(char *buffer, size_t size, size_t n, void *user_data)
 {
         Upload *upload = static_cast<Upload *>(user_data);
@@ -117,17 +104,17 @@ HttpAnswer HttpClient::request(const HttpRequest &request)
         curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
         curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, http_client_collect_body);
         curl_easy_setopt(curl, CURLOPT_WRITEDATA, &answer.body);
-        curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, http_client_collect_header);
-        curl_easy_setopt(curl, CURLOPT_HEADERDATA, &answer.allow);
         curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, request_timeout_ms);
         curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
         curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, error);
 
+        struct curl_header *allow = nullptr;
         if (curl_easy_perform(curl) == CURLE_OK)
                 curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &answer.status);
         else
                 answer.curl_error = error;
-        curl_easy_getinfo(curl, CURLINFO_TOTAL_TIME, &answer.seconds);
+        if (curl_easy_header(curl, "Allow", 0, CURLH_HEADER, -1, &allow) == CURLHE_OK)
+                answer.allow = allow->value;
         curl_easy_getinfo(curl, CURLINFO_NUM_CONNECTS, &answer.new_connections);
         curl_easy_setopt(curl, CURLOPT_HTTPHEADER, nullptr);
         curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, nullptr);

@@ -29,12 +29,10 @@ struct HttpAnswer {
         std::string allow; // the Allow header, if any
         JsonPtr json;      // the body parsed, null when it is not JSON
         std::string curl_error;
-        double seconds = 0; // from start to the last byte
         long new_connections = 0; // connections opened for it (0: it went on a kept one)
 };
 
-// One client with one connection, kept alive between requests. Not thread-safe: one
-// per thread.
+// One client with one connection, kept alive between requests; one per thread.
 class HttpClient {
 public:
         HttpClient();
@@ -67,8 +65,7 @@ std::string cgi_outcome(const HttpAnswer &answer);
 
 // Compact JSON text of any value, "" for none.
 std::string json_compact(const json_t *json);
-// A member of an object: its text, or "" when it is missing or no string.
+// A member of an object; "" or 0 when it is missing or of another type.
 std::string json_member_text(const json_t *object, const char *key);
-// A member of an object: its value, or 0 when it is missing or of another type.
 json_int_t json_member_integer(const json_t *object, const char *key);
 double json_member_number(const json_t *object, const char *key);

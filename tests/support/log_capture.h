@@ -13,7 +13,6 @@ public:
         LogCapture &operator=(const LogCapture &) = delete;
 
         std::vector<std::string> lines() const;
-        // Lines containing the given text.
         std::vector<std::string> matching(const std::string &text) const;
         void clear();
         // Takes the log back from whoever replaced the handler since construction.

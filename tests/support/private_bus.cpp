@@ -2,18 +2,11 @@
 
 #include <glib/gstdio.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 
 PrivateBus::PrivateBus(const std::string &config)
 {
-        g_autofree gchar *directory = g_dir_make_tmp("trelvo-bus-XXXXXX", nullptr);
-        if (!directory) {
-                ADD_FAILURE() << "cannot make a directory for the private bus";
-                return;
-        }
-        directory_ = directory;
-        g_chmod(directory, 0755);
-        const std::string address = "unix:path=" + directory_ + "/system_bus_socket";
+        g_chmod(directory_.path().c_str(), 0755);
+        const std::string address = "unix:path=" + directory_.file("system_bus_socket");
         process_ = std::make_unique<ChildProcess>(std::vector<std::string>{
                 "dbus-daemon", "--nofork", "--nopidfile",
                 "--config-file=" + (config.empty() ? std::string(TRELVO_DBUS_CONFIG) : config),
@@ -23,18 +16,6 @@ PrivateBus::PrivateBus(const std::string &config)
                 return;
         address_ = address;
         g_setenv("DBUS_SYSTEM_BUS_ADDRESS", address_.c_str(), TRUE);
-}
-
-PrivateBus::~PrivateBus()
-{
-        if (process_) {
-                process_->send_signal(SIGTERM);
-                process_->wait_exit();
-        }
-        if (!directory_.empty()) {
-                g_remove((directory_ + "/system_bus_socket").c_str());
-                g_rmdir(directory_.c_str());
-        }
 }
 
 std::string private_bus_unreachable_address()

@@ -7,6 +7,7 @@
 #pragma once
 
 #include "child_process.h"
+#include "temp_dir.h"
 
 #include <gio/gio.h>
 
@@ -17,17 +18,14 @@ class PrivateBus {
 public:
         // config: the daemon's configuration file; "" = the rig's allow-everything one.
         explicit PrivateBus(const std::string &config = "");
-        ~PrivateBus();
-        PrivateBus(const PrivateBus &) = delete;
-        PrivateBus &operator=(const PrivateBus &) = delete;
 
         bool running() const { return !address_.empty(); }
-        // The address, "unix:path=...", for a child's DBUS_SYSTEM_BUS_ADDRESS.
+        // "unix:path=...", for a child's DBUS_SYSTEM_BUS_ADDRESS.
         const std::string &address() const { return address_; }
 
 private:
+        TempDir directory_{"trelvo-bus"};
         std::unique_ptr<ChildProcess> process_;
-        std::string directory_;
         std::string address_;
 };
 

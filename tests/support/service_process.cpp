@@ -5,7 +5,6 @@
 #include "sim_zones_process.h"
 
 #include <glib.h>
-#include <glib/gstdio.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -31,7 +30,7 @@ ServiceProcess::ServiceProcess(const ServiceOptions &options)
         bus_address_ = private_bus_unreachable_address();
         if (options.bus == ServiceBus::private_with_zones) {
                 bus_ = std::make_unique<PrivateBus>(options.bus_config);
-                zones_ = std::make_unique<SimZonesProcess>(bus_->address(), options.zones_scenario);
+                zones_ = std::make_unique<SimZonesProcess>(bus_->address());
                 events_ = std::make_unique<SimEventsProcess>(bus_->address());
                 bus_address_ = bus_->address();
         } else if (options.bus == ServiceBus::existing) {
@@ -56,26 +55,12 @@ ServiceProcess::ServiceProcess(const ServiceOptions &options)
         argv.insert(argv.end(), wrapper.begin(), wrapper.end());
         argv.push_back(TRELVO_BINARY);
 
-        int cgi_fd = -1;
-        if (options.cgi_socket) {
-                gchar *dir = g_dir_make_tmp("trelvo-cgi-XXXXXX", nullptr);
-                cgi_dir_ = dir;
-                g_free(dir);
-                cgi_socket_path_ = cgi_dir_ + "/cgi.sock";
-                cgi_fd = unix_listen(cgi_socket_path_);
-                if (cgi_fd < 0)
-                        ADD_FAILURE() << "cannot listen on " << cgi_socket_path_ << ": " << g_strerror(errno);
-        }
+        const int cgi_fd = unix_listen(cgi_socket_path_);
+        if (cgi_fd < 0)
+                ADD_FAILURE() << "cannot listen on " << cgi_socket_path_ << ": " << g_strerror(errno);
         process_ = std::make_unique<ChildProcess>(argv, env, cgi_fd);
         if (cgi_fd >= 0)
                 close(cgi_fd); // the service holds it now
 }
 
-ServiceProcess::~ServiceProcess()
-{
-        process_.reset();
-        if (!cgi_dir_.empty()) {
-                g_unlink(cgi_socket_path_.c_str());
-                g_rmdir(cgi_dir_.c_str());
-        }
-}
+ServiceProcess::~ServiceProcess() = default;

@@ -5,8 +5,7 @@
 
 #include "child_process.h"
 #include "json_post.h"
-
-#include <csignal>
+#include "temp_dir.h"
 
 #include <memory>
 #include <string>
@@ -28,58 +27,44 @@ struct ServiceOptions {
         std::vector<std::string> environment; // extra NAME=value entries
         bool debug_log = true;                // G_MESSAGES_DEBUG=all, for the set-up and teardown trace
         ServiceBus bus = ServiceBus::private_with_zones;
-        std::string zones_scenario; // scenario whose zones sim-zones serves; "" = no zones
         bool conf_read_only = false; // the config directory mounted read-only
         bool keep_net = false;       // share this process's network namespace (eth0, the simulated camera)
         std::string bus_config;  // private_with_zones: the dbus-daemon's configuration; "" = the rig's
         std::string bus_address; // existing: the bus to join
-        bool cgi_socket = true;      // hand over a CGI socket as systemd does; false: none at all
 };
 
+// Its CGI socket is handed over as systemd does.
 class ServiceProcess {
 public:
         explicit ServiceProcess(const ServiceOptions &options = {});
         ~ServiceProcess();
-        ServiceProcess(const ServiceProcess &) = delete;
-        ServiceProcess &operator=(const ServiceProcess &) = delete;
 
-        // Waits, within a time limit, for a line containing text; a test failure with the
-        // service's last lines when it does not come.
         bool wait_for_line(const std::string &text, double seconds = child_default_wait_s)
         {
                 return process_->wait_for_line(text, seconds);
         }
         void send_signal(int signal) { process_->send_signal(signal); }
-        // Stops it with SIGTERM; its exit status (0 expected).
-        int stop()
-        {
-                send_signal(SIGTERM);
-                return wait_exit();
-        }
+        // SIGTERM, then its exit status (0 expected).
+        int stop() { return process_->stop(); }
         // The service's process id (the rig's sandbox execs down to it).
         pid_t pid() const { return process_->pid(); }
-        // The exit status once it exited (within a time limit); -1 otherwise.
         int wait_exit(double seconds = child_default_wait_s) { return process_->wait_exit(seconds); }
         std::vector<std::string> lines() const { return process_->lines(); }
-        // Lines that mention text, in order.
         std::vector<std::string> matching(const std::string &text) const { return process_->matching(text); }
 
         // The simulated event producer beside it (ServiceBus::private_with_zones only).
         SimEventsProcess &events() { return *events_; }
-        // The address the service was given as its system bus.
         const std::string &bus_address() const { return bus_address_; }
-        // The Unix socket the service serves its CGI on (in a fresh temporary directory).
         const std::string &cgi_socket_path() const { return cgi_socket_path_; }
-        // POSTs a JSON text to the CGI and returns the answer, parsed.
         HttpAnswer cgi(const std::string &body) const { return cgi_post(cgi_socket_path_, body); }
 
 private:
-        // Declared first, destroyed last: the bus and the simulated services outlive the service.
+        // Declared first, destroyed last: the bus and the simulated peers outlive the service.
         std::unique_ptr<PrivateBus> bus_;
         std::unique_ptr<SimZonesProcess> zones_;
         std::unique_ptr<SimEventsProcess> events_;
         std::string bus_address_;
+        TempDir cgi_dir_{"trelvo-cgi"};
+        std::string cgi_socket_path_ = cgi_dir_.file("cgi.sock");
         std::unique_ptr<ChildProcess> process_;
-        std::string cgi_dir_;
-        std::string cgi_socket_path_;
 };

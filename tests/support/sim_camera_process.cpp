@@ -1,12 +1,9 @@
 #include "sim_camera_process.h"
 
 #include <glib.h>
-#include <glib/gstdio.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdlib>
-#include <thread>
 
 namespace {
 
@@ -28,32 +25,11 @@ uint64_t sim_camera_count(const json_t *object, const char *key)
 
 SimCameraProcess::SimCameraProcess(const std::vector<std::string> &options)
 {
-        g_autoptr(GError) error = nullptr;
-        g_autofree gchar *directory = g_dir_make_tmp("sim-camera-XXXXXX", &error);
-        if (!directory) {
-                ADD_FAILURE() << "no temporary directory: " << error->message;
-                return;
-        }
-        directory_ = directory;
-        socket_ = directory_ + "/control.sock";
         std::vector<std::string> argv{TRELVO_SIM_CAMERA, "--control", socket_};
         argv.insert(argv.end(), options.begin(), options.end());
-        // The camera starts GStreamer; finding GLib's leak among its own would take a full
-        // unwind of every allocation, which slows its TLS handshakes past a client's
-        // patience in sanitizer builds. It is a test peer: its leaks are not looked for.
-        std::vector<std::string> env;
-        if (const char *asan = getenv("ASAN_OPTIONS"))
-                env.push_back(std::string("ASAN_OPTIONS=") + asan + ":detect_leaks=0:fast_unwind_on_malloc=1");
-        start(argv, env, "sim-camera: ready");
-}
-
-SimCameraProcess::~SimCameraProcess()
-{
-        stop();
-        if (!socket_.empty())
-                g_unlink(socket_.c_str());
-        if (!directory_.empty())
-                g_rmdir(directory_.c_str());
+        // Also: finding GLib's leak among the camera's own would take a full unwind of every
+        // allocation, which slows its TLS handshakes past a client's patience.
+        start(argv, sanitizer_options_without_leak_check(), "sim-camera: ready");
 }
 
 HttpAnswer SimCameraProcess::control(const char *method, const std::string &path, const char *what)
@@ -128,14 +104,9 @@ bool SimCameraProcess::set_home(double pan, double tilt, double zoom)
 bool SimCameraProcess::wait_for(const std::function<bool(const SimCameraStatus &)> &condition, const std::string &what,
                                 double seconds)
 {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
         SimCameraStatus last;
-        do {
-                last = status();
-                if (condition(last))
-                        return true;
-                std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        } while (std::chrono::steady_clock::now() < deadline);
+        if (poll_until([&] { return condition(last = status()); }, seconds))
+                return true;
         ADD_FAILURE() << "sim-camera: no " << what << " within " << seconds << " s; last status " << last.json;
         return false;
 }

@@ -4,8 +4,9 @@
 // in a fresh temporary directory, reachable from any namespace that shares the files.
 #pragma once
 
+#include "child_process.h"
 #include "json_post.h"
-#include "sim_process.h"
+#include "temp_dir.h"
 
 #include <cstdint>
 #include <functional>
@@ -39,27 +40,24 @@ public:
         // Starts sim-camera with these extra options (e.g. {"--fault", "https_only"}) and
         // waits for it to be ready; a test failure when it does not get ready.
         explicit SimCameraProcess(const std::vector<std::string> &options = {});
-        ~SimCameraProcess();
+        ~SimCameraProcess() { stop(); } // before its directory goes
 
         const std::string &control_socket() const { return socket_; }
 
-        // Control calls: each a test failure (and an empty or false result) when the
-        // interface does not answer 200.
+        // Each a test failure (and an empty or false result) unless answered 200.
         SimCameraStatus status();
         // Requests logged from seq since on; *next (when given) is where the next call starts.
         std::vector<SimCameraRequest> requests(uint64_t since = 0, uint64_t *next = nullptr);
         bool set_fault(const std::string &name, bool on);
         bool teleport(double pan, double tilt, double zoom);
         bool set_home(double pan, double tilt, double zoom);
-        // Polls the status every 20 ms until condition holds; a test failure naming what
-        // (with the last status) after seconds.
+        // Until the status meets condition; else a test failure naming what, with the last status.
         bool wait_for(const std::function<bool(const SimCameraStatus &)> &condition, const std::string &what,
                       double seconds = 10.0);
 
 private:
-        // A control request; its answer, a test failure naming what unless answered 200.
         HttpAnswer control(const char *method, const std::string &path, const char *what);
 
-        std::string directory_;
-        std::string socket_;
+        TempDir directory_{"sim-camera"};
+        std::string socket_ = directory_.file("control.sock");
 };

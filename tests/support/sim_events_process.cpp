@@ -9,10 +9,6 @@
 
 namespace {
 
-// How often wait_for_states asks for the log: the calls it waits for come from another
-// process, so there is nothing in this one to wake it.
-constexpr gulong poll_interval_us = 20 * 1000;
-
 SimEventCall sim_events_parse_call(const json_t *object)
 {
         return SimEventCall{.method = json_member_text(object, "method"),
@@ -43,11 +39,9 @@ SimEventsProcess::SimEventsProcess(const std::string &bus_address)
 
 SimEventsProcess::~SimEventsProcess()
 {
-        stop();
-        if (connection_) {
+        if (connection_)
                 g_dbus_connection_close_sync(connection_, nullptr, nullptr);
-                g_object_unref(connection_);
-        }
+        g_clear_object(&connection_);
 }
 
 GVariant *SimEventsProcess::call(const char *method, GVariant *args)
@@ -90,17 +84,13 @@ std::vector<std::string> SimEventsProcess::states()
 
 bool SimEventsProcess::wait_for_states(const std::vector<std::string> &expected, double seconds)
 {
-        const gint64 deadline = g_get_monotonic_time() + static_cast<gint64>(seconds * G_TIME_SPAN_SECOND);
         std::vector<std::string> sent;
-        for (;;) {
+        const auto ends_as_expected = [&] {
                 sent = states();
-                if (sent.size() >= expected.size() && std::equal(expected.begin(), expected.end(),
-                                                                 sent.end() - static_cast<long>(expected.size())))
-                        return true;
-                if (g_get_monotonic_time() >= deadline || !ready())
-                        break;
-                g_usleep(poll_interval_us);
-        }
+                return sent.size() >= expected.size() && std::equal(expected.rbegin(), expected.rend(), sent.rbegin());
+        };
+        if (poll_until(ends_as_expected, seconds))
+                return true;
         ADD_FAILURE() << "sim-events: the states sent " << joined(sent) << " do not end with " << joined(expected)
                       << " after " << seconds << " s";
         return false;

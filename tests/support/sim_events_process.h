@@ -2,7 +2,7 @@
 // it recorded: the declarations and events the service sent it.
 #pragma once
 
-#include "sim_process.h"
+#include "child_process.h"
 
 #include <gio/gio.h>
 
@@ -23,7 +23,7 @@ struct SimEventCall {
 
 class SimEventsProcess : public SimProcess {
 public:
-        // Starts it on the bus at bus_address and returns once it owns its name.
+        // Returns once it owns its name on the bus at bus_address.
         explicit SimEventsProcess(const std::string &bus_address);
         ~SimEventsProcess();
 
@@ -31,8 +31,7 @@ public:
         std::vector<SimEventCall> log();
         // The "state" values of the recorded SendEvent calls, in order.
         std::vector<std::string> states();
-        // Waits, within the time limit, until the states sent so far end with expected;
-        // a test failure with the states it saw when they do not.
+        // Until the states sent so far end with expected; else a test failure with them.
         bool wait_for_states(const std::vector<std::string> &expected, double seconds = child_default_wait_s);
 
         // Answer that method with an error from now on ("" answers every method again).

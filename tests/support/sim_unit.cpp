@@ -3,17 +3,13 @@
 #include "credentials.h"
 
 #include <glib.h>
-#include <glib/gstdio.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
 
 SimUnit::SimUnit(const std::string &scenario, double rate_hz)
 {
-        gchar *dir = g_dir_make_tmp("trelvo-unit-XXXXXX", nullptr);
-        directory_ = dir;
-        g_free(dir);
-        std::vector<std::string> argv = {TRELVO_SIM_RADAR, "--socket", directory_ + "/scene.sock"};
+        std::vector<std::string> argv = {TRELVO_SIM_RADAR, "--socket", directory_.file("scene.sock")};
         if (rate_hz > 0.0)
                 argv.insert(argv.end(), {"--rate", std::to_string(rate_hz)});
         argv.push_back(TRELVO_SCENARIOS "/" + scenario);
@@ -21,44 +17,32 @@ SimUnit::SimUnit(const std::string &scenario, double rate_hz)
         radar_->wait_for_line("sim-radar: serving");
 }
 
-SimUnit::~SimUnit()
-{
-        radar_.reset();
-        for (const char *file : {"/scene.sock", "/trelvo.conf"})
-                g_remove((directory_ + file).c_str());
-        g_rmdir(directory_.c_str());
-}
-
 void SimUnit::configure(const std::string &password, const std::string &camera_lines)
 {
-        gchar *pass = encrypt_password(password.c_str());
-        const std::string text = "[camera]\nip=127.0.0.1\nuser=root\npass=" + std::string(pass) + "\n" +
-                                 camera_lines + "\n[tracking]\nenabled=true\n";
-        g_free(pass);
-        write_conf(text);
+        g_autofree gchar *pass = encrypt_password(password.c_str());
+        write_conf("[camera]\nip=127.0.0.1\nuser=root\npass=" + std::string(pass) + "\n" + camera_lines +
+                   "\n[tracking]\nenabled=true\n");
 }
 
 void SimUnit::write_conf(const std::string &text) const
 {
-        if (!g_file_set_contents((directory_ + "/trelvo.conf").c_str(), text.c_str(), -1, nullptr))
-                ADD_FAILURE() << "cannot write " << directory_ << "/trelvo.conf";
+        if (!g_file_set_contents(directory_.file("trelvo.conf").c_str(), text.c_str(), -1, nullptr))
+                ADD_FAILURE() << "cannot write " << directory_.file("trelvo.conf");
 }
 
 std::string SimUnit::conf_text() const
 {
-        gchar *text = nullptr;
-        g_file_get_contents((directory_ + "/trelvo.conf").c_str(), &text, nullptr, nullptr);
-        std::string copy(text ? text : "");
-        g_free(text);
-        return copy;
+        g_autofree gchar *text = nullptr;
+        g_file_get_contents(directory_.file("trelvo.conf").c_str(), &text, nullptr, nullptr);
+        return text ? text : "";
 }
 
 std::unique_ptr<ServiceProcess> SimUnit::start_service() const
 {
         ServiceOptions options;
-        options.conf_dir = directory_;
+        options.conf_dir = directory_.path();
         options.keep_net = true;
-        options.environment = {"RADAR_SCENE_PROVIDER_SOCKET=" + directory_ + "/scene.sock"};
+        options.environment = {"RADAR_SCENE_PROVIDER_SOCKET=" + directory_.file("scene.sock")};
         auto service = std::make_unique<ServiceProcess>(options);
         service->wait_for_line("DEBUG: Running");
         return service;

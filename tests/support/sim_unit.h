@@ -5,6 +5,7 @@
 #pragma once
 
 #include "service_process.h"
+#include "temp_dir.h"
 
 #include <cstdint>
 #include <memory>
@@ -15,7 +16,6 @@ public:
         // Starts sim-radar with a scenario of sim/scenarios (e.g. "walk_20m.json"), at its
         // own scene rate or at rate_hz when that is above 0.
         explicit SimUnit(const std::string &scenario, double rate_hz = 0.0);
-        ~SimUnit();
 
         // Writes trelvo.conf: the camera at 127.0.0.1 (user root, this password, stored
         // encrypted as the service would), tracking on, and any further lines for the
@@ -35,6 +35,6 @@ public:
         double walker_azimuth() const;
 
 private:
-        std::string directory_;
+        TempDir directory_{"trelvo-unit"};
         std::unique_ptr<ChildProcess> radar_;
 };

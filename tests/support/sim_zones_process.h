@@ -2,7 +2,7 @@
 // and calls to its test interface.
 #pragma once
 
-#include "sim_process.h"
+#include "child_process.h"
 
 #include <gio/gio.h>
 

@@ -7,18 +7,15 @@
 #include "scenario.h"
 #include "sim_camera_process.h"
 #include "sim_events_process.h"
+#include "temp_dir.h"
 #include "view_model.h"
 #include "zone_scenario.h"
 
-#include <glib/gstdio.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cmath>
-#include <functional>
-#include <thread>
 
 namespace {
 
@@ -58,33 +55,25 @@ class SimView : public ::testing::Test {
 protected:
         void SetUp() override
         {
-                gchar *dir = g_dir_make_tmp("trelvo-view-XXXXXX", nullptr);
-                dir_ = dir;
-                g_free(dir);
-                ASSERT_TRUE(g_file_set_contents((dir_ + "/scenario.json").c_str(), scenario_text, -1, nullptr));
-                radar_ = std::make_unique<ChildProcess>(std::vector<std::string>{
-                        SIM_RADAR, "--socket", dir_ + "/scene.sock", dir_ + "/scenario.json"});
+                const std::string scenario = dir_.file("scenario.json"), scene = dir_.file("scene.sock");
+                ASSERT_TRUE(g_file_set_contents(scenario.c_str(), scenario_text, -1, nullptr));
+                radar_ = std::make_unique<ChildProcess>(std::vector<std::string>{SIM_RADAR, "--socket", scene, scenario});
                 ASSERT_TRUE(radar_->wait_for_line("sim-radar: serving"));
                 view_ = std::make_unique<ChildProcess>(std::vector<std::string>{
-                        SIM_VIEW, "--socket", socket(), "--scenario", dir_ + "/scenario.json", "--scene-socket",
-                        dir_ + "/scene.sock", "--camera-control", camera_.control_socket()});
+                        SIM_VIEW, "--socket", socket(), "--scenario", scenario, "--scene-socket", scene,
+                        "--camera-control", camera_.control_socket()}, sanitizer_options_without_leak_check());
                 ASSERT_TRUE(view_->wait_for_line("sim-view: ready"));
         }
 
         void TearDown() override
         {
                 if (view_) {
-                        view_->send_signal(SIGTERM);
-                        EXPECT_EQ(view_->wait_exit(), 0);
+                        EXPECT_EQ(view_->stop(), 0);
                         EXPECT_FALSE(g_file_test(socket().c_str(), G_FILE_TEST_EXISTS)) << "the socket stays";
                 }
-                radar_.reset();
-                for (const char *file : {"/scene.sock", "/scenario.json"})
-                        g_remove((dir_ + file).c_str());
-                g_rmdir(dir_.c_str());
         }
 
-        std::string socket() const { return dir_ + "/view.sock"; }
+        std::string socket() const { return dir_.file("view.sock"); }
 
         HttpAnswer get(const std::string &path, const std::string &method = "GET")
         {
@@ -102,28 +91,20 @@ protected:
                 return std::move(answer.json);
         }
 
-        // Polls the status until condition holds; a failure naming what (with the last
-        // status) after the time limit.
-        JsonPtr wait_for(const std::function<bool(json_t *)> &condition, const std::string &what, double seconds = 10.0)
+        // The status once it meets condition; else a failure naming what, with the last status.
+        JsonPtr wait_for(const std::function<bool(json_t *)> &condition, const std::string &what)
         {
-                const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
                 JsonPtr last;
-                while (std::chrono::steady_clock::now() < deadline) {
-                        last = status();
-                        if (last && condition(last.get()))
-                                return last;
-                        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-                }
-                char *text = last ? json_dumps(last.get(), JSON_INDENT(1)) : nullptr;
-                ADD_FAILURE() << "never " << what << "; last status:\n" << (text ? text : "(none)");
-                free(text);
+                if (poll_until([&] { return (last = status()) && condition(last.get()); }, 10.0, 50))
+                        return last;
+                ADD_FAILURE() << "never " << what << "; last status: " << json_compact(last.get());
                 return nullptr;
         }
 
         PrivateBus bus_;
         SimEventsProcess events_{bus_.address()};
         SimCameraProcess camera_;
-        std::string dir_;
+        TempDir dir_{"trelvo-view"};
         std::unique_ptr<ChildProcess> radar_;
         std::unique_ptr<ChildProcess> view_;
 };
@@ -151,8 +132,27 @@ std::string read_updates(const std::string &path)
         return text;
 }
 
-TEST_F(SimView, ShowsTheObjectsTheCameraTheEventsAndTheFigures)
+TEST_F(SimView, ServesItsPageAndShowsTheObjectsTheCameraTheEventsAndTheFigures)
 {
+        // The stream of updates, the page and nothing else.
+        const std::string updates = read_updates(socket());
+        EXPECT_NE(updates.find("Content-Type: text/event-stream"), std::string::npos) << updates.substr(0, 300);
+        const size_t data = updates.find("data: ");
+        ASSERT_NE(data, std::string::npos) << updates.substr(0, 300);
+        JsonPtr first(json_loadb(updates.data() + data + 6, updates.find('\n', data) - data - 6, 0, nullptr));
+        EXPECT_TRUE(json_is_array(json_object_get(first.get(), "objects"))) << updates.substr(data, 200);
+
+        HttpAnswer page = get("/sim/");
+        EXPECT_EQ(page.status, 200);
+        EXPECT_NE(page.body.find("<canvas"), std::string::npos);
+        for (const char *file : {"/sim/main.js", "/sim/draw.js", "/sim/panel.js", "/sim/view.css"})
+                EXPECT_EQ(get(file).status, 200) << file;
+        for (const char *missing : {"/sim/nothing.js", "/sim/.hidden.js", "/sim/index.txt", "/other"})
+                EXPECT_EQ(get(missing).status, 404) << missing;
+        const long escaped = get("/sim/..%2Fview_model.cpp").status;
+        EXPECT_TRUE(escaped == 400 || escaped == 404) << escaped;
+        EXPECT_EQ(get("/sim/status", "POST").status, 405);
+
         // The objects as the radar plays them, with the class names it announced.
         JsonPtr s = wait_for([](json_t *doc) { return json_array_size(json_object_get(doc, "objects")) == 3; },
                              "showed the three objects");
@@ -216,27 +216,16 @@ TEST_F(SimView, ShowsTheObjectsTheCameraTheEventsAndTheFigures)
         EXPECT_EQ(json_integer_value(member(s.get(), "figures.moves_per_s")), 1);
         EXPECT_GE(json_number_value(member(s.get(), "figures.first_move_s")), 0.0);
         EXPECT_LT(json_number_value(member(s.get(), "figures.first_move_s")), 5.0);
+        EXPECT_LT(json_number_value(member(s.get(), "figures.first_object_s")),
+                  json_number_value(member(s.get(), "time_s")) - 1.0)
+                << "the person was followed from the first scene on";
 }
 
-TEST_F(SimView, StreamsUpdatesAndServesThePageAndNothingElse)
+// Whether an object is in view turns on this near the back of the circle.
+TEST(SimViewModel, AnglesDifferTheShortWayRound)
 {
-        const std::string updates = read_updates(socket());
-        EXPECT_NE(updates.find("Content-Type: text/event-stream"), std::string::npos) << updates.substr(0, 300);
-        const size_t data = updates.find("data: ");
-        ASSERT_NE(data, std::string::npos) << updates.substr(0, 300);
-        JsonPtr first(json_loadb(updates.data() + data + 6, updates.find('\n', data) - data - 6, 0, nullptr));
-        EXPECT_TRUE(json_is_array(json_object_get(first.get(), "objects"))) << updates.substr(data, 200);
-
-        HttpAnswer page = get("/sim/");
-        EXPECT_EQ(page.status, 200);
-        EXPECT_NE(page.body.find("<canvas"), std::string::npos);
-        for (const char *file : {"/sim/main.js", "/sim/draw.js", "/sim/panel.js", "/sim/view.css"})
-                EXPECT_EQ(get(file).status, 200) << file;
-        for (const char *missing : {"/sim/nothing.js", "/sim/.hidden.js", "/sim/index.txt", "/other"})
-                EXPECT_EQ(get(missing).status, 404) << missing;
-        const long escaped = get("/sim/..%2Fview_model.cpp").status;
-        EXPECT_TRUE(escaped == 400 || escaped == 404) << escaped;
-        EXPECT_EQ(get("/sim/status", "POST").status, 405);
+        EXPECT_DOUBLE_EQ(view_angle_difference(-170.0, 170.0), 20.0);
+        EXPECT_DOUBLE_EQ(view_angle_difference(170.0, -170.0), -20.0);
 }
 
 TEST(SimViewModel, EveryScenarioLoads)

@@ -58,7 +58,8 @@ TEST(MetadataPayload, ReadsPositionAndMoveStatusOfAnOnvifPtzStatus)
         p = parse("<tt:Position><tt:Zoom x=\"0\"/><tt:PanTilt x=\"0.1\"/></tt:Position>");
         EXPECT_EQ(p.zoom_position, 10000) << "zoom 0 and a lone x are not reports";
         EXPECT_EQ(p.pan, 11.0f);
-        p = parse("<tt:Position><tt:PanTilt x=\"nan\" y=\"inf\"/><tt:Zoom x=\"1e30\"/></tt:Position>");
+        // A zoom that scales to 2^31, one past the largest int.
+        p = parse("<tt:Position><tt:PanTilt x=\"nan\" y=\"inf\"/><tt:Zoom x=\"214748.36\"/></tt:Position>");
         EXPECT_EQ(p.pan, 11.0f);
         EXPECT_EQ(p.zoom_position, 10000);
 

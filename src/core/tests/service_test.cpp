@@ -14,7 +14,6 @@ LogCapture *capture;
 
 bool step_ok_a() { calls.push_back("setup a"); capture->install(); return true; }
 bool step_ok_b() { calls.push_back("setup b"); return true; }
-bool step_fails() { calls.push_back("setup fails"); return false; }
 bool step_quits() { calls.push_back("setup quits"); raise(SIGTERM); return true; }
 void teardown_x() { calls.push_back("teardown x"); }
 void teardown_y() { calls.push_back("teardown y"); }
@@ -24,18 +23,12 @@ constexpr ServiceTeardown teardowns[] = {{"x", teardown_x}, {"y", teardown_y}};
 char program[] = "trelvo";
 char *argv[] = {program, nullptr};
 
-class ServiceRun : public ::testing::Test {
-protected:
-        void SetUp() override
-        {
-                calls.clear();
-                capture = &log;
-        }
-        LogCapture log;
-};
-
-TEST_F(ServiceRun, QuitSignalEndsTheLoopAndRunsEveryTeardownOnce)
+// A quit signal while the steps run (the real list's are service_test's) is held until the
+// loop, which it ends at once.
+TEST(ServiceRun, QuitSignalEndsTheLoopAndRunsEveryTeardownOnce)
 {
+        LogCapture log;
+        capture = &log;
         const ServiceStep steps[] = {
                 {"a", step_ok_a, "%sFailed a"},
                 {"b", step_ok_b, nullptr},
@@ -45,18 +38,6 @@ TEST_F(ServiceRun, QuitSignalEndsTheLoopAndRunsEveryTeardownOnce)
         EXPECT_EQ(calls, (std::vector<std::string>{"setup a", "setup b", "setup quits", "teardown x",
                                                     "teardown y"}));
         EXPECT_TRUE(log.lines().empty());
-}
-
-TEST_F(ServiceRun, FailedStepLogsOnlyItsMessageSkipsTheRestAndStillTearsEverythingDown)
-{
-        const ServiceStep steps[] = {
-                {"a", step_ok_a, "%sFailed to setup a"},
-                {"fails", step_fails, "%sFailed to setup persistent"},
-                {"b", step_ok_b, "%sFailed to setup b"},
-        };
-        EXPECT_EQ(service_run(1, argv, steps, teardowns), 1);
-        EXPECT_EQ(calls, (std::vector<std::string>{"setup a", "setup fails", "teardown x", "teardown y"}));
-        EXPECT_EQ(log.lines(), std::vector<std::string>{"ERROR: Failed to setup persistent"});
 }
 
 } // namespace
