@@ -2,9 +2,8 @@
 // systemd does: what only the whole service shows, checked against its configuration file.
 // What each method does and saves is cgi_test's, the library's rcgi_test's.
 #include "service_process.h"
+#include "temp_dir.h"
 
-#include <glib.h>
-#include <glib/gstdio.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -15,54 +14,28 @@ std::string call(const ServiceProcess &service, const std::string &method, const
         return cgi_outcome(service.cgi(cgi_call_body(method, params)));
 }
 
-// A host directory for the configuration file, removed with everything in it.
-struct ConfDir {
-        ConfDir() : path(g_dir_make_tmp("trelvo-conf-XXXXXX", nullptr)) {}
-        ~ConfDir()
-        {
-                g_unlink(file().c_str());
-                g_unlink((file() + ".damaged").c_str());
-                g_rmdir(path);
-                g_free(path);
-        }
-        std::string file() const { return std::string(path) + "/trelvo.conf"; }
-        std::string text(const std::string &name) const
-        {
-                g_autofree gchar *data = nullptr;
-                g_file_get_contents(name.c_str(), &data, nullptr, nullptr);
-                return data ? data : "";
-        }
-        // The key's text in the file, "(none)" when it is not there.
-        std::string key(const char *group, const char *name) const
-        {
-                g_autoptr(GKeyFile) keys = g_key_file_new();
-                g_key_file_load_from_file(keys, file().c_str(), G_KEY_FILE_NONE, nullptr);
-                g_autofree gchar *value = g_key_file_get_value(keys, group, name, nullptr);
-                return value ? value : "(none)";
-        }
-        gchar *path;
-};
-
 // A file damaged in the middle: the service runs on what it read before the damage and the
 // defaults, saves nothing until a change, and that change keeps the damaged file beside it.
 TEST(CgiEndToEnd, ADamagedFileIsKeptBesideItWhenTheFirstChangeIsSaved)
 {
-        ConfDir dir;
+        const TempDir dir{"trelvo-conf"};
+        const std::string file = dir.file("trelvo.conf");
         const std::string damaged = "[camera]\nmounting_height=7.5\npan_offset=0\ntilt_offset=0\nip=\nuser=\npass=\n"
                                     "pan_kp=1\npan_ki=0\npan_kd=0\ntilt_kp=1\ntilt_ki=0\ntilt_kd=0\nname=\n"
                                     "zoom_degree=50\nzoom_correction=1\n\n@@ damage @@\n[tracking]\n"
                                     "return_to_home_timeout=120\n";
-        ASSERT_TRUE(g_file_set_contents(dir.file().c_str(), damaged.c_str(), -1, nullptr));
+        ASSERT_TRUE(g_file_set_contents(file.c_str(), damaged.c_str(), -1, nullptr));
         ServiceOptions options;
-        options.conf_dir = dir.path;
+        options.conf_dir = dir.path();
         ServiceProcess service(options);
         ASSERT_TRUE(service.wait_for_line("DEBUG: Running"));
         EXPECT_EQ(call(service, "getCameraMountingHeight"), R"(data:{"value":7.5,"minValue":1.0,"maxValue":16.0})");
         EXPECT_EQ(call(service, "getReturnToHomeTimeout"), R"(data:{"value":25,"minValue":1,"maxValue":300})");
-        EXPECT_EQ(dir.text(dir.file()), damaged) << "nothing saved before a change";
+        EXPECT_EQ(file_text(file), damaged) << "nothing saved before a change";
         EXPECT_EQ(call(service, "setCameraPanOffset", R"({"value": 12.5})"), "data:{}");
-        EXPECT_EQ(dir.text(dir.file() + ".damaged"), damaged);
-        EXPECT_EQ(dir.key("camera", "pan_offset") + " " + dir.key("tracking", "return_to_home_timeout"), "12.5 (none)");
+        EXPECT_EQ(file_text(file + ".damaged"), damaged);
+        EXPECT_EQ(key_file_value(file, "camera", "pan_offset"), "12.5");
+        EXPECT_EQ(key_file_value(file, "tracking", "return_to_home_timeout"), "(none)");
         EXPECT_EQ(service.stop(), 0);
 }
 

@@ -4,9 +4,9 @@
 #include "log_capture.h"
 #include "private_bus.h"
 #include "service_process.h"
+#include "temp_dir.h"
 
 #include <gio/gio.h>
-#include <glib/gstdio.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -43,21 +43,14 @@ struct Client {
         GDBusConnection *connection;
 };
 
-std::string file_text(const std::string &file)
-{
-        g_autofree gchar *data = nullptr;
-        g_file_get_contents(file.c_str(), &data, nullptr, nullptr);
-        return data ? data : "";
-}
-
 // A second instance on the same bus cannot take the name and stops after every teardown,
 // while the first goes on serving.
 TEST(DbusService, SetTrackingEnabledSwitchesTheValueAndTheFileWhileBadCallsAndASecondInstanceChangeNothing)
 {
-        g_autofree gchar *dir = g_dir_make_tmp("trelvo-conf-XXXXXX", nullptr);
-        const std::string file = std::string(dir) + "/trelvo.conf";
+        const TempDir dir{"trelvo-conf"};
+        const std::string file = dir.file("trelvo.conf");
         ServiceOptions options;
-        options.conf_dir = dir;
+        options.conf_dir = dir.path();
         ServiceProcess service(options);
         ASSERT_TRUE(service.wait_for_line("DEBUG: Running"));
         ServiceOptions second_options;
@@ -95,8 +88,6 @@ TEST(DbusService, SetTrackingEnabledSwitchesTheValueAndTheFileWhileBadCallsAndAS
         EXPECT_EQ(service.stop(), 0);
         EXPECT_FALSE(service.matching("Tearing down: ").empty());
         EXPECT_EQ(second.matching("Tearing down: "), service.matching("Tearing down: "));
-        g_unlink(file.c_str());
-        g_rmdir(dir);
 }
 
 // Between calls the main loop sleeps on the bus descriptor alone: sd-bus has no time-out
@@ -130,10 +121,7 @@ TEST(DbusSource, WithNothingPendingTheLoopWaitsForInputWithoutATimeout)
         EXPECT_TRUE(client.owned());
         dbus_cleanup(service);
         // The bus gives the name back once it has seen the connection close.
-        const gint64 deadline = g_get_monotonic_time() + static_cast<gint64>(child_default_wait_s * G_USEC_PER_SEC);
-        while (client.owned() && g_get_monotonic_time() < deadline)
-                g_usleep(1000);
-        EXPECT_FALSE(client.owned());
+        EXPECT_TRUE(poll_until([&] { return !client.owned(); }, child_default_wait_s));
         EXPECT_TRUE(log.lines().empty());
 }
 

@@ -49,9 +49,7 @@ TEST(Service, QuitSignalsStopItCleanlyAndTheConfigFileIsCreatedOnceThenLeftAlone
         // link the zoom correction.
         const Lines fresh = run_and_stop(options, SIGINT);
         EXPECT_NE(std::find(fresh.begin(), fresh.end(), "trelvo: INFO: Setting zoom degree to 50.000000"), fresh.end());
-        g_autofree gchar *created = nullptr;
-        ASSERT_TRUE(g_file_get_contents(file.c_str(), &created, nullptr, nullptr));
-        EXPECT_NE(std::string(created).find("tilt_kd=0\nname=\nzoom_degree=50\nzoom_correction=1\n\n[tracking]\n"), std::string::npos);
+        EXPECT_NE(file_text(file).find("tilt_kd=0\nname=\nzoom_degree=50\nzoom_correction=1\n\n[tracking]\n"), std::string::npos);
 
         // Every key the load reads is there now: nothing is saved (a save replaces the file).
         GStatBuf before, after;

@@ -32,9 +32,7 @@ void SimUnit::write_conf(const std::string &text) const
 
 std::string SimUnit::conf_text() const
 {
-        g_autofree gchar *text = nullptr;
-        g_file_get_contents(directory_.file("trelvo.conf").c_str(), &text, nullptr, nullptr);
-        return text ? text : "";
+        return file_text(directory_.file("trelvo.conf"));
 }
 
 std::unique_ptr<ServiceProcess> SimUnit::start_service() const

@@ -1,5 +1,5 @@
 // A fresh directory under the temporary one, for a test's files and sockets; it goes with
-// whatever is left in it.
+// whatever is left in it. Also the readers tests use on the files they find there.
 #pragma once
 
 #include <glib.h>
@@ -30,3 +30,20 @@ public:
 private:
         std::string path_;
 };
+
+// The file's whole text, "" when it cannot be read.
+inline std::string file_text(const std::string &path)
+{
+        g_autofree gchar *text = nullptr;
+        g_file_get_contents(path.c_str(), &text, nullptr, nullptr);
+        return text ? text : "";
+}
+
+// A key's text in a key file, "(none)" when the file or the key is not there.
+inline std::string key_file_value(const std::string &path, const char *group, const char *key)
+{
+        g_autoptr(GKeyFile) file = g_key_file_new();
+        g_key_file_load_from_file(file, path.c_str(), G_KEY_FILE_NONE, nullptr);
+        g_autofree gchar *value = g_key_file_get_value(file, group, key, nullptr);
+        return value ? value : "(none)";
+}

@@ -9,6 +9,7 @@
 #include "persistent.h"
 #include "radar_metadata.h"
 #include "settings_load.h"
+#include "temp_dir.h"
 
 #include <glib.h>
 #include <glib/gstdio.h>
@@ -155,13 +156,9 @@ void expect_exchanges(const std::vector<Exchange> &exchanges)
 constexpr const char *accepted = "data:{}";
 constexpr const char *faulty = R"(error:{"code":300,"message":"Faulty parameter"})";
 
-// The key's text in the configuration file, "(none)" when it is not there.
 std::string saved(const char *group, const char *key)
 {
-        g_autoptr(GKeyFile) file = g_key_file_new();
-        g_key_file_load_from_file(file, conf_file, G_KEY_FILE_NONE, nullptr);
-        g_autofree gchar *value = g_key_file_get_value(file, group, key, nullptr);
-        return value ? value : "(none)";
+        return key_file_value(conf_file, group, key);
 }
 
 std::string out_of_range(const std::string &value, const char *parameter = "value")
