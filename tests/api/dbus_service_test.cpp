@@ -91,7 +91,7 @@ TEST(DbusService, SetTrackingEnabledSwitchesTheValueAndTheFileWhileBadCallsAndAS
 }
 
 // Between calls the main loop sleeps on the bus descriptor alone: sd-bus has no time-out
-// pending, so nothing wakes the service. Cleanup gives the name back.
+// pending, so nothing wakes the service. Cleanup gives the name back, and all it held.
 TEST(DbusSource, WithNothingPendingTheLoopWaitsForInputWithoutATimeout)
 {
         PrivateBus bus;
@@ -122,6 +122,10 @@ TEST(DbusSource, WithNothingPendingTheLoopWaitsForInputWithoutATimeout)
         dbus_cleanup(service);
         // The bus gives the name back once it has seen the connection close.
         EXPECT_TRUE(poll_until([&] { return !client.owned(); }, child_default_wait_s));
+        // Nothing of the first connection is held: a second set-up gets a bus of its own.
+        ASSERT_EQ(dbus_setup(&service), 1);
+        EXPECT_TRUE(client.owned());
+        dbus_cleanup(service);
         EXPECT_TRUE(log.lines().empty());
 }
 
