@@ -27,7 +27,7 @@ constexpr char scenario_text[] = R"({
     {"id": 7, "class": 3, "speed": 0, "waypoints": [[-15.0, 15.0]]}
   ],
   "zones": [{"id": 1, "areas": [{"name": "gate", "kind": "excludeArea",
-                                 "polygon": [[-0.2, 0.1], [-0.1, 0.1], [-0.1, 0.2], [-0.2, 0.2]]}]}]
+                                 "polygon": [[-0.2, 0.1], [-0.1, 0.1], [-0.2, 0.3]]}]}]
 })";
 
 json_t *member(json_t *object, const char *path)
@@ -165,7 +165,7 @@ TEST_F(SimView, ServesItsPageAndShowsTheObjectsTheCameraTheEventsAndTheFigures)
         EXPECT_FALSE(json_is_true(json_object_get(object_with_id(s.get(), 6), "followed"))) << "small objects are off";
         EXPECT_FALSE(json_is_true(json_object_get(object_with_id(s.get(), 7), "followed"))) << "inside the exclusion area";
         json_t *zone = json_array_get(json_object_get(s.get(), "zones"), 0);
-        EXPECT_NEAR(json_number_value(json_array_get(json_array_get(json_object_get(zone, "polygon"), 2), 1)), 20.0,
+        EXPECT_NEAR(json_number_value(json_array_get(json_array_get(json_object_get(zone, "polygon"), 2), 1)), 30.0,
                     1e-9) << "zones are shown in metres";
 
         // The camera where it is turned, with its field angle from the zoom.
@@ -215,6 +215,10 @@ TEST(SimViewModel, AnglesDifferTheShortWayRoundAndEveryScenarioLoads)
         // Whether an object is in view turns on this near the back of the circle.
         EXPECT_DOUBLE_EQ(view_angle_difference(-170.0, 170.0), 20.0);
         EXPECT_DOUBLE_EQ(view_angle_difference(170.0, -170.0), -20.0);
+        // A move exactly a second old is no longer one of the last second.
+        ViewModel model;
+        view_take_moves(&model, {0, 1}, 1'000'000);
+        EXPECT_EQ(model.recent_moves_us.size(), 1u);
 
         g_autoptr(GDir) dir = g_dir_open(SCENARIOS, 0, nullptr);
         ASSERT_TRUE(dir);
