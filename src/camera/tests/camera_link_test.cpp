@@ -187,8 +187,7 @@ TEST_F(CameraLink, PollsMarkMovingChannelsThenFollowsWithAMoveEachTickOneStopAnd
         for (const std::string &m : moves)
                 EXPECT_TRUE(m.rfind(move_prefix, 0) == 0 && m != stop) << m;
 
-        // The target has gone and the camera is on the set point: a move each tick while the
-        // controller is active, the last of them the one stop, then nothing.
+        // Target gone, camera on the set point: a move each active tick, the last the one stop.
         tracker_remove_target(1, 7);
         camera_position_update(1, 0, 0, 0, 20.0f, -10.0f);
         const size_t active_ticks = tick_while_active();
@@ -205,8 +204,7 @@ TEST_F(CameraLink, PollsMarkMovingChannelsThenFollowsWithAMoveEachTickOneStopAnd
         tick(30);
         EXPECT_TRUE(sent().empty());
 
-        // Moved by exactly 2 degrees after it settled: still home. By more: it stays where
-        // someone put it.
+        // Moved by exactly 2 degrees after it settled: still home; by more: left where it was put.
         for (const float moved_by : {2.0f, 2.5f}) {
                 tracker_update_target(1, 8, 40.0f, -10.0f, 4.0f);
                 tick(3);
@@ -297,8 +295,7 @@ TEST_F(CameraLink, AutotuneGivesUpAfterThreeFailedAttemptsKeepingTheOldGainsAndN
         position_poll_tick(nullptr);
         ASSERT_FALSE(ptz_control_tick(nullptr));
         LogCapture log;
-        // First the zoom check passes but the camera never zooms back in; then it reports a
-        // zoom in neither band.
+        // The zoom check passes but the zoom never comes back; then the zoom is in neither band.
         camera_position_update(100, 0, 0, 0, 0.0f, -45.0f);
         int ticks = 0;
         while (autotune_tick(nullptr) && ticks++ < 1000)
