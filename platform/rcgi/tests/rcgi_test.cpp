@@ -1,5 +1,5 @@
-// The CGI library on a listening socket made here, driven over real HTTP with libcurl.
-// Clients run on threads of their own while this thread runs the main loop that serves.
+// The CGI library on a listening socket made here, driven over real HTTP with libcurl from
+// client threads while this thread serves.
 #include "json_post.h"
 #include "rcgi.h"
 #include "temp_dir.h"
@@ -11,7 +11,6 @@
 #include <atomic>
 #include <cerrno>
 #include <filesystem>
-#include <functional>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <thread>
@@ -81,20 +80,6 @@ long open_descriptors(void)
         return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
-// Runs work on a client thread while this thread serves, until the work is done.
-void serve_while(const std::function<void()> &work)
-{
-        std::atomic<bool> done = false;
-        std::thread client([&] {
-                work();
-                done = true;
-                g_main_context_wakeup(nullptr);
-        });
-        while (!done)
-                g_main_context_iteration(nullptr, TRUE);
-        client.join();
-}
-
 // The library serving the API at path on a listening socket, watched by the main loop.
 class Rcgi : public ::testing::Test {
 protected:
@@ -113,11 +98,20 @@ protected:
                 close(listening_);
         }
 
+        // Sent from a client thread while this thread serves, until the answer is in.
         HttpAnswer request(HttpRequest request, HttpClient *client = nullptr)
         {
                 request.unix_socket = dir_.file("cgi.sock");
                 HttpAnswer answer;
-                serve_while([&] { answer = client ? client->request(request) : http_request(request); });
+                std::atomic<bool> done = false;
+                std::thread sender([&] {
+                        answer = client ? client->request(request) : http_request(request);
+                        done = true;
+                        g_main_context_wakeup(nullptr);
+                });
+                while (!done)
+                        g_main_context_iteration(nullptr, TRUE);
+                sender.join();
                 return answer;
         }
 

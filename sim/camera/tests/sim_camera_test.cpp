@@ -1,7 +1,5 @@
-// The simulated camera as the service's tests rely on it: continuous moves at the commanded
-// speed, stepped directly, and the program on the real ports (this test runs inside the
-// rig's sandbox) taking the service's commands. Its faults, authentication and stream are
-// exercised by the camera link's own tests.
+// The simulated camera's moves, stepped directly, and the program taking the service's
+// commands on the real ports (inside the rig's sandbox).
 #include "ptz_dynamics.h"
 #include "sim_camera_process.h"
 

@@ -1,6 +1,5 @@
-// The connection manager, the control tick's tracking moves and the autotune, stepped by
-// hand on an injected clock against the simulated camera (inside the rig's sandbox) and
-// the simulated event producer on a private bus.
+// The connection manager, the tracking moves and the autotune, stepped on an injected clock
+// against the simulated camera (inside the rig's sandbox) and event producer.
 #include "autotune.h"
 #include "camera.h"
 #include "camera_connection.h"
@@ -65,16 +64,15 @@ protected:
                 settings_set_return_to_home_enabled(FALSE);
         }
 
-        // A camera on its own loopback address, and the service set up to connect to it.
-        void start(const std::vector<std::string> &options, const char *camera_name, const char *address = "127.0.0.1")
+        // A camera, the service set up to connect to it, and the first control tick.
+        void start(const std::vector<std::string> &options, const char *camera_name)
         {
-                std::vector<std::string> all = {"--address", address};
-                all.insert(all.end(), options.begin(), options.end());
-                camera = std::make_unique<SimCameraProcess>(all);
+                camera = std::make_unique<SimCameraProcess>(options);
                 persistent_set_camera_name(camera_name);
-                settings_set_camera_connection(address, "root", "pass");
+                settings_set_camera_connection("127.0.0.1", "root", "pass");
                 ptz_control_setup();
                 events->clear();
+                tick();
         }
 
         // The paths the camera was sent since the last call, 401 challenges left out.
@@ -106,38 +104,46 @@ protected:
                 return n;
         }
 
-        static PrivateBus *bus;
-        static SimEventsProcess *events;
+        static inline PrivateBus *bus = nullptr;
+        static inline SimEventsProcess *events = nullptr;
         std::unique_ptr<SimCameraProcess> camera;
         uint64_t next_request = 0;
 };
-
-PrivateBus *CameraLink::bus = nullptr;
-SimEventsProcess *CameraLink::events = nullptr;
 
 const std::string move_prefix = "zelk-cgi/com/ptz.cgi?continuouspantiltmove=";
 const std::string stop = move_prefix + "0.000000,0.000000&continuouszoommove=0.000000";
 const std::string home = "zelk-cgi/com/ptz.cgi?move=home";
 
-TEST_F(CameraLink, ConnectsProbesAndPublishesEveryStateChangeOnce)
+TEST_F(CameraLink, FailsOnWrongCredentialsUntilTheSettingsChangeThenProbesAndPublishesEveryStateChangeOnce)
 {
         persistent_set_guard_tour_enabled(TRUE);
         persistent_set_guard_tour_time(7.5);
-        start({"--metadata", "no", "--min-field-angle", "30", "--max-field-angle", "600"}, "");
+        start({"--fault", "wrong_credentials", "--metadata", "no", "--min-field-angle", "30", "--max-field-angle", "600"},
+              "");
         EXPECT_TRUE(tracker_get_guard_tour_enabled()) << "the set-up hands the file's guard tour to the tracker";
         EXPECT_EQ(tracker_get_guard_tour_time(), 7.5f);
         persistent_set_guard_tour_enabled(FALSE);
         tracker_set_guard_tour_enabled(FALSE);
-        tick();
         EXPECT_EQ(events->states(), Strings{"connecting"}) << "already disconnected: not published again";
         EXPECT_TRUE(sent().empty()) << "the poll asks, not the tick";
 
+        for (int i = 0; i < 3; i++)
+                position_poll_tick(nullptr);
+        const size_t asked = camera->requests().size();
+        position_poll_tick(nullptr);
+        EXPECT_GT(camera->requests().size(), asked) << "it goes on polling";
+        EXPECT_EQ(events->states(), (Strings{"connecting", "connect_failed"}));
+        camera->set_fault("wrong_credentials", false);
+        camera_request_reconnect();
+        tick();
+        sent();
         position_poll_tick(nullptr);
         EXPECT_EQ(sent(), (Strings{"zelk-cgi/com/ptz.cgi?query=position",
                                    "zelk-cgi/param.cgi?action=list&group=Properties",
                                    "zelk-cgi/param.cgi?action=list&group=Ptz.Limit.L1",
                                    "zelk-cgi/param.cgi?action=list&group=Brand"}));
-        EXPECT_EQ(events->states(), (Strings{"connecting", "autotune"})) << "a model the gains are not tuned for";
+        EXPECT_EQ(events->states(), (Strings{"connecting", "connect_failed", "disconnected", "connecting", "autotune"}))
+                << "a model the gains are not tuned for";
         EXPECT_EQ(camera_position_source(), POSITION_POLLING);
         EXPECT_FLOAT_EQ(zoom_calibration_get().min_field_angle, 3.0f);
         EXPECT_FLOAT_EQ(zoom_calibration_get().max_field_angle, 60.0f);
@@ -153,28 +159,9 @@ TEST_F(CameraLink, ConnectsProbesAndPublishesEveryStateChangeOnce)
         EXPECT_EQ(events->states().back(), "disconnected");
 }
 
-TEST_F(CameraLink, WrongCredentialsFailTheConnectionOnceUntilTheSettingsChange)
-{
-        start({"--fault", "wrong_credentials"}, product);
-        tick();
-        for (int i = 0; i < 3; i++)
-                position_poll_tick(nullptr);
-        const size_t asked = camera->requests().size();
-        position_poll_tick(nullptr);
-        EXPECT_GT(camera->requests().size(), asked) << "it goes on polling";
-        EXPECT_EQ(events->states(), (Strings{"connecting", "connect_failed"}));
-
-        camera->set_fault("wrong_credentials", false);
-        camera_request_reconnect();
-        tick();
-        position_poll_tick(nullptr);
-        EXPECT_EQ(events->states(), (Strings{"connecting", "connect_failed", "disconnected", "connecting", "connected"}));
-}
-
 TEST_F(CameraLink, PollsMarkMovingChannelsThenFollowsWithAMoveEachTickOneStopAndHomeOnceAfterTheTimeOut)
 {
         start({"--metadata", "no"}, product);
-        tick();
         position_poll_tick(nullptr);
         ASSERT_EQ(camera_connection_state(), CAMERA_CONNECTED);
         // A channel moves when its reading changed since the previous poll.
@@ -200,8 +187,7 @@ TEST_F(CameraLink, PollsMarkMovingChannelsThenFollowsWithAMoveEachTickOneStopAnd
         for (const std::string &m : moves)
                 EXPECT_TRUE(m.rfind(move_prefix, 0) == 0 && m != stop) << m;
 
-        // The target has gone and the camera is on the set point: a move each tick while the
-        // controller is active, the last of them the one stop, then nothing.
+        // Target gone, camera on the set point: a move each active tick, the last the one stop.
         tracker_remove_target(1, 7);
         camera_position_update(1, 0, 0, 0, 20.0f, -10.0f);
         const size_t active_ticks = tick_while_active();
@@ -218,8 +204,7 @@ TEST_F(CameraLink, PollsMarkMovingChannelsThenFollowsWithAMoveEachTickOneStopAnd
         tick(30);
         EXPECT_TRUE(sent().empty());
 
-        // Moved by exactly 2 degrees after it settled: still home. By more: it stays where
-        // someone put it.
+        // Moved by exactly 2 degrees after it settled: still home; by more: left where it was put.
         for (const float moved_by : {2.0f, 2.5f}) {
                 tracker_update_target(1, 8, 40.0f, -10.0f, 4.0f);
                 tick(3);
@@ -261,8 +246,7 @@ struct Axis {
 
 TEST_F(CameraLink, AutotuneChecksTheZoomScaleTunesBothAxesAndStoresGainsAndModel)
 {
-        start({"--metadata", "no"}, "");
-        tick();
+        start({"--metadata", "no", "--product-number", "ZPT-7"}, "");
         position_poll_tick(nullptr);
         ASSERT_EQ(camera_connection_state(), CAMERA_AUTOTUNE);
         EXPECT_FALSE(ptz_control_tick(nullptr)) << "the autotune takes over";
@@ -288,10 +272,9 @@ TEST_F(CameraLink, AutotuneChecksTheZoomScaleTunesBothAxesAndStoresGainsAndModel
         }
         ASSERT_LT(ticks, 2000);
         EXPECT_EQ(events->states().back(), "connected");
-        gchar *name = nullptr;
+        g_autofree gchar *name = nullptr;
         EXPECT_TRUE(persistent_get_camera_name(&name));
-        EXPECT_STREQ(name, product);
-        g_free(name);
+        EXPECT_STREQ(name, "ZPT-7");
         double kp = 0, ki = 0, kd = 0;
         persistent_get_pan_pid(&kp, &ki, &kd);
         EXPECT_NE(kp, 1.0) << "tuned gains replace the defaults";
@@ -309,12 +292,10 @@ TEST_F(CameraLink, AutotuneGivesUpAfterThreeFailedAttemptsKeepingTheOldGainsAndN
 {
         persistent_set_pan_pid(0.5, 0.25, 0.0);
         start({"--metadata", "no"}, "old-model");
-        tick();
         position_poll_tick(nullptr);
         ASSERT_FALSE(ptz_control_tick(nullptr));
         LogCapture log;
-        // First the zoom check passes but the camera never zooms back in; then it reports a
-        // zoom in neither band.
+        // The zoom check passes but the zoom never comes back; then the zoom is in neither band.
         camera_position_update(100, 0, 0, 0, 0.0f, -45.0f);
         int ticks = 0;
         while (autotune_tick(nullptr) && ticks++ < 1000)
@@ -327,10 +308,9 @@ TEST_F(CameraLink, AutotuneGivesUpAfterThreeFailedAttemptsKeepingTheOldGainsAndN
         double kp = 0, ki = 0, kd = 0;
         persistent_get_pan_pid(&kp, &ki, &kd);
         EXPECT_EQ(kp, 0.5);
-        gchar *name = nullptr;
+        g_autofree gchar *name = nullptr;
         persistent_get_camera_name(&name);
         EXPECT_STREQ(name, "old-model");
-        g_free(name);
         EXPECT_EQ(sent().back(), "zelk-cgi/com/ptz.cgi?pan=0.000000&tilt=-3.600000&zoom=1.000000");
 }
 
@@ -348,7 +328,6 @@ TEST_F(CameraLink, StreamFeedsPositionsUntilItDropsThenPollingReprobesAndStartsA
 {
         clock_use_real(); // the stream and its fall-back run on the loop's real timers
         start({}, product);
-        tick();
         EXPECT_FALSE(position_poll_tick(nullptr)) << "firmware 9.80 with metadata: the stream replaces the poll";
         EXPECT_EQ(camera_position_source(), POSITION_STREAM);
         GstElement *first = metadata_pipeline_current();

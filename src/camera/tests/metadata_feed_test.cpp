@@ -11,6 +11,7 @@
 #include <cstring>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -36,16 +37,13 @@ void reset_position()
         camera_position_update(777, 1, 1, 1, 11.0f, -11.0f);
 }
 
-TEST(MetadataPayload, ReadsPositionAndMoveStatusOfAnOnvifPtzStatus)
+TEST(MetadataPayload, ReadsPositionAndMoveStatusOfAnOnvifPtzStatusAndOnlyWholeValuesOfACutOne)
 {
         reset_position();
         CameraPosition p = parse(status_payload);
         EXPECT_FLOAT_EQ(p.pan, 90.0f);
         EXPECT_FLOAT_EQ(p.tilt, -45.0f);
-        EXPECT_EQ(p.zoom_position, 123);
-        EXPECT_EQ(p.pan_moving, 1);
-        EXPECT_EQ(p.tilt_moving, 1);
-        EXPECT_EQ(p.zoom_moving, 0);
+        EXPECT_EQ(std::tie(p.zoom_position, p.pan_moving, p.tilt_moving, p.zoom_moving), std::make_tuple(123, 1, 1, 0));
 
         reset_position();
         p = parse("<tt:MoveStatus><tt:PanTilt>IDLE</tt:PanTilt><tt:Zoom>IDLE</tt:Zoom></tt:MoveStatus>");
@@ -56,48 +54,37 @@ TEST(MetadataPayload, ReadsPositionAndMoveStatusOfAnOnvifPtzStatus)
         p = parse("<tt:Position><tt:Zoom x=\"1\"/></tt:Position>");
         EXPECT_EQ(p.zoom_position, 10000);
         p = parse("<tt:Position><tt:Zoom x=\"0\"/><tt:PanTilt x=\"0.1\"/></tt:Position>");
-        EXPECT_EQ(p.zoom_position, 10000) << "zoom 0 and a lone x are not reports";
-        EXPECT_EQ(p.pan, 11.0f);
+        EXPECT_EQ(std::tie(p.zoom_position, p.pan), std::make_tuple(10000, 11.0f)) << "zoom 0 and a lone x are not reports";
         // A zoom that scales to 2^31, one past the largest int.
         p = parse("<tt:Position><tt:PanTilt x=\"nan\" y=\"inf\"/><tt:Zoom x=\"214748.36\"/></tt:Position>");
-        EXPECT_EQ(p.pan, 11.0f);
-        EXPECT_EQ(p.zoom_position, 10000);
+        EXPECT_EQ(std::tie(p.zoom_position, p.pan), std::make_tuple(10000, 11.0f));
 
         // Elements in another order: the move status before the position is not read.
         reset_position();
         p = parse("<tt:MoveStatus><tt:PanTilt>IDLE</tt:PanTilt></tt:MoveStatus><tt:Position>"
                   "<tt:PanTilt x=\"-1\" y=\"0\"/></tt:Position><tt:Zoom>IDLE</tt:Zoom>");
         EXPECT_FLOAT_EQ(p.pan, -180.0f);
-        EXPECT_EQ(p.pan_moving, 1);
-        EXPECT_EQ(p.zoom_moving, 1);
+        EXPECT_EQ(std::tie(p.pan_moving, p.zoom_moving), std::make_tuple(1, 1));
         p = parse("<tt:MoveStatus><tt:PanTilt>STOPPED</tt:PanTilt><tt:Zoom>IDLE</tt:Zoom></tt:MoveStatus>");
-        EXPECT_EQ(p.pan_moving, 1) << "an unknown status is not a report";
-        EXPECT_EQ(p.zoom_moving, 0);
-}
+        EXPECT_EQ(std::tie(p.pan_moving, p.zoom_moving), std::make_tuple(1, 0)) << "an unknown status is not a report";
 
-TEST(MetadataPayload, CutAnywhereReadsNothingPastItsEndAndOnlyWholeValues)
-{
+        // Cut anywhere: nothing read past its end, and only whole values.
         for (size_t n = 0; n <= status_payload.size(); n++) {
                 reset_position();
-                const CameraPosition p = parse(status_payload.substr(0, n));
-                EXPECT_TRUE(p.pan == 11.0f || p.pan == 90.0f) << n << ": " << p.pan;
-                EXPECT_TRUE(std::isfinite(p.tilt));
+                const CameraPosition cut = parse(status_payload.substr(0, n));
+                EXPECT_TRUE(cut.pan == 11.0f || cut.pan == 90.0f) << n << ": " << cut.pan;
+                EXPECT_TRUE(std::isfinite(cut.tilt));
         }
         parse_ptz_metadata(nullptr, 0, nullptr);
 }
 
 TEST(MetadataUrl, BracketsIpv6AndScopesLinkLocalToEth0)
 {
-        const char *path = "zelk-media/media.amp?video=0&audio=0&ptz=all";
-        const std::pair<const char *, const char *> cases[] = {
-                {"192.168.0.90", "rtsp://192.168.0.90:554/zelk-media/media.amp?video=0&audio=0&ptz=all"},
-                {"fd00::5", "rtsp://[fd00::5]:554/zelk-media/media.amp?video=0&audio=0&ptz=all"},
-                {"fe80::5", "rtsp://[fe80::5%eth0]:554/zelk-media/media.amp?video=0&audio=0&ptz=all"},
-        };
-        for (const auto &[address, url] : cases) {
-                gchar *made = metadata_rtsp_url(address, "554", path);
-                EXPECT_STREQ(made, url);
-                g_free(made);
+        const std::pair<std::string, std::string> hosts[] = {
+                {"192.168.0.90", "192.168.0.90"}, {"fd00::5", "[fd00::5]"}, {"fe80::5", "[fe80::5%eth0]"}};
+        for (const auto &[address, host] : hosts) {
+                g_autofree gchar *url = metadata_rtsp_url(address.c_str(), "554", "zelk-media/x?ptz=all");
+                EXPECT_EQ(std::string(url), "rtsp://" + host + ":554/zelk-media/x?ptz=all");
         }
 }
 
