@@ -157,6 +157,11 @@ TEST_F(CameraLink, FailsOnWrongCredentialsUntilTheSettingsChangeThenProbesAndPub
         position_poll_tick(nullptr);
         EXPECT_EQ(sent(), Strings{stop});
         EXPECT_EQ(events->states().back(), "disconnected");
+        // Seven may be one: it is tried.
+        settings_set_camera_connection("1.2.3.4", "root", "pass");
+        camera_request_reconnect();
+        tick();
+        EXPECT_EQ(events->states().back(), "connecting");
 }
 
 TEST_F(CameraLink, PollsMarkMovingChannelsThenFollowsWithAMoveEachTickOneStopAndHomeOnceAfterTheTimeOut)
@@ -258,7 +263,15 @@ TEST_F(CameraLink, AutotuneChecksTheZoomScaleTunesBothAxesAndStoresGainsAndModel
         autotune_tick(nullptr);
         EXPECT_EQ(zoom_calibration_get().zoom_correction, 2.0f);
         EXPECT_EQ(persistent_get_zoom_correction(), 2.0);
-        camera_position_update(10, 0, 0, 0, 0.0f, -45.0f);
+        // Tuning starts once the camera is back in, at zoom 19 or below.
+        camera_position_update(20, 0, 0, 0, 0.0f, -45.0f);
+        for (int i = 0; i < 3; i++)
+                autotune_tick(nullptr);
+        EXPECT_EQ(sent(), Strings{"zelk-cgi/com/ptz.cgi?pan=0.000000&tilt=-45.000000&zoom=1.000000"});
+        camera_position_update(19, 0, 0, 0, 0.0f, -45.0f);
+        for (int i = 0; i < 3; i++)
+                autotune_tick(nullptr);
+        EXPECT_FALSE(sent().empty()) << "a relay step";
 
         Axis pan{0.0f, 1.2f}, tilt{-45.0f, 0.6f};
         float pan_command = 0.0f, tilt_command = 0.0f;
