@@ -62,7 +62,7 @@ TEST(Credentials, TextsAreBoundToTheHardwareAddressAndSurviveAMissingEth0)
         ASSERT_TRUE(sandbox_eth0()) << "run inside tests/rig/sandbox (ctest does)";
         ip_link("set eth0 down address 02:00:5e:10:00:02");
         const std::string elsewhere = encrypted("s3cret");
-        // Without eth0 each call logs the failed query and uses the same stand-in address.
+        // Without eth0 each call logs the failed query and uses a stand-in address.
         ip_link("set eth0 address 02:00:5e:10:00:01 name eth9");
         LogCapture log;
         const std::string text = encrypted("s3cret");
