@@ -53,8 +53,7 @@ TEST_F(Controller, SetTargetClampsAndZoomFollowsTheSmoothingAndSpeedRules)
 
 TEST_F(Controller, ClosedLoopSettlesInsideTheDeadBandsAndSwitchesItselfOff)
 {
-        // A camera moving 1 degree per second per speed unit and 0.025 zoom steps per second
-        // per zoom unit, stepped by the 100 ms control tick.
+        // Per unit of speed the camera turns 1 degree/s and zooms 0.025 steps/s; 100 ms control tick.
         float pan = 0, tilt = 0, zoom = 1, pan_speed = 0, tilt_speed = 0, zoom_speed = 0;
         auto tick = [&](bool set_point) {
                 clock_advance_us(100'000);

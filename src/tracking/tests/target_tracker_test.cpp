@@ -75,7 +75,6 @@ TEST_F(Tracker, RefreshSplitsWideGroupsAndMergesGroupsThatFitTogether)
         EXPECT_NEAR(group(0).width, 41.9f, 1e-4);
 }
 
-// The limit is strict for joining and merging; a group of exactly 42 is not too wide.
 TEST_F(Tracker, FortyTwoDegreesIsTooWideToJoinButNotTooWideToStay)
 {
         tracker.update_target(1, 1, 0, 0, 4);  // -2..2
