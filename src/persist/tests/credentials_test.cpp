@@ -68,7 +68,6 @@ TEST(Credentials, TextsAreBoundToTheHardwareAddressAndSurviveAMissingEth0)
         const std::string text = encrypted("s3cret");
         const std::string again = own(decrypt_password(text.c_str()));
         ip_link("set eth9 name eth0 up");
-        EXPECT_NE(elsewhere, s3cret_text);
         EXPECT_NE(own(decrypt_password(elsewhere.c_str())), "s3cret");
         EXPECT_EQ(again, "s3cret");
         EXPECT_NE(text, s3cret_text);
