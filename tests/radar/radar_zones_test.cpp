@@ -166,7 +166,6 @@ TEST_F(RadarZones, PayloadsOfTheWrongTypeLoadNothingAndAreReported)
 
 TEST_F(RadarZones, AServiceThatVanishesMidCallLeavesAConsistentStore)
 {
-
         // Gone while asked for an entry's areas: the listing loads without them.
         ASSERT_TRUE(sim_zones_control("VanishOn", g_variant_new("(s)", "GetZoneAreas")));
         radar_zones_fetch();
