@@ -4,8 +4,8 @@
 #include "private_bus.h"
 #include "radar_zones.h"
 #include "sim_zones_process.h"
+#include "temp_dir.h"
 
-#include <glib/gstdio.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -33,7 +33,6 @@ public:
 
 const auto *const environment = ::testing::AddGlobalTestEnvironment(new BusEnvironment);
 
-// Runs the main context until the condition holds, with a generous upper bound.
 bool iterate_until(const std::function<bool()> &condition)
 {
         const gint64 deadline = g_get_monotonic_time() + 20 * G_TIME_SPAN_SECOND;
@@ -66,18 +65,12 @@ bool set_reply(const char *method, const char *body)
 
 // Zone 1: an enabled square "gate" around the origin plus a second enabled entry of it,
 // a square of another kind and a disabled square elsewhere.
-constexpr const char *mixed_zones = R"([
-  {"id": 1, "areas": [
-    {"name": "gate", "enabled": true, "kind": "excludeArea",
-     "polygon": [[-0.2, -0.2], [0.2, -0.2], [0.2, 0.2], [-0.2, 0.2]]},
-    {"name": "yard", "enabled": true, "kind": "excludeArea",
-     "polygon": [[0.5, 0.5], [0.7, 0.5], [0.7, 0.7]]},
-    {"name": "road", "enabled": true, "kind": "includeArea",
-     "polygon": [[-0.8, 0.5], [-0.6, 0.5], [-0.6, 0.7], [-0.8, 0.7]]},
-    {"name": "shed", "enabled": false, "kind": "excludeArea",
-     "polygon": [[-0.8, -0.8], [-0.6, -0.8], [-0.6, -0.6], [-0.8, -0.6]]}
-  ]}
-])";
+constexpr const char *mixed_zones = R"([{"id": 1, "areas": [
+  {"name": "gate", "enabled": true, "kind": "excludeArea", "polygon": [[-0.2, -0.2], [0.2, -0.2], [0.2, 0.2], [-0.2, 0.2]]},
+  {"name": "yard", "enabled": true, "kind": "excludeArea", "polygon": [[0.5, 0.5], [0.7, 0.5], [0.7, 0.7]]},
+  {"name": "road", "enabled": true, "kind": "includeArea", "polygon": [[-0.8, 0.5], [-0.6, 0.5], [-0.6, 0.7], [-0.8, 0.7]]},
+  {"name": "shed", "enabled": false, "kind": "excludeArea", "polygon": [[-0.8, -0.8], [-0.6, -0.8], [-0.6, -0.6], [-0.8, -0.6]]}
+]}])";
 
 class RadarZones : public ::testing::Test {
 protected:
@@ -85,6 +78,8 @@ protected:
         {
                 ASSERT_TRUE(bus->running());
                 exclude_areas_init();
+                start_sim(mixed_zones);
+                ASSERT_TRUE(radar_zones_init());
         }
         void TearDown() override
         {
@@ -92,29 +87,22 @@ protected:
                 exclude_areas_cleanup();
                 sim.reset();
                 drain_bus();
-                g_remove(scenario.c_str());
-                g_rmdir(dir);
-                g_free(dir);
         }
-        // Starts sim-zones serving these zones from a scenario file, or none.
-        void start_sim(const char *zones = nullptr)
+        void start_sim(const char *zones)
         {
-                if (zones)
-                        std::ofstream(scenario) << "{\"rate_hz\": 10, \"zones\": " << zones << "}";
-                sim = std::make_unique<SimZonesProcess>(bus->address(), zones ? scenario : "");
+                std::ofstream(scenario) << "{\"rate_hz\": 10, \"zones\": " << zones << "}";
+                sim = std::make_unique<SimZonesProcess>(bus->address(), scenario);
                 ASSERT_TRUE(sim->ready());
         }
 
         LogCapture log;
         std::unique_ptr<SimZonesProcess> sim;
-        gchar *dir = g_dir_make_tmp("trelvo-zones-XXXXXX", nullptr);
-        const std::string scenario = std::string(dir) + "/scenario.json";
+        TempDir dir{"trelvo-zones"};
+        const std::string scenario = dir.file("scenario.json");
 };
 
 TEST_F(RadarZones, FetchStoresTheEnabledExclusionAreasARestartOrASignalRebuildsThem)
 {
-        start_sim(mixed_zones);
-        ASSERT_TRUE(radar_zones_init());
         EXPECT_TRUE(exclude_areas_contains(0, 0));        // gate
         EXPECT_TRUE(exclude_areas_contains(0.65, 0.55));  // yard: same zone, either ring counts
         EXPECT_FALSE(exclude_areas_contains(-0.7, 0.6));  // another kind
@@ -134,7 +122,6 @@ TEST_F(RadarZones, FetchStoresTheEnabledExclusionAreasARestartOrASignalRebuildsT
         EXPECT_TRUE(exclude_areas_contains(0, 0));
         EXPECT_FALSE(exclude_areas_contains(-0.3, 0) || exclude_areas_contains(0.3, 0));
 
-        // "ZonesChanged" rebuilds the store from its body.
         ASSERT_TRUE(set_zones(
                 R"([{"id": 4, "areas": [{"name": "east", "polygon": [[0.4, -0.1], [0.9, -0.1], [0.9, 0.1], [0.4, 0.1]]}]}])"));
         EXPECT_TRUE(iterate_until([] { return exclude_areas_contains(0.6, 0); }));
@@ -146,8 +133,6 @@ TEST_F(RadarZones, FetchStoresTheEnabledExclusionAreasARestartOrASignalRebuildsT
 
 TEST_F(RadarZones, PayloadsOfTheWrongTypeLoadNothingAndAreReported)
 {
-        start_sim(mixed_zones);
-        ASSERT_TRUE(radar_zones_init());
         for (const char *reply : {"('gate', 1)", "()"}) {
                 ASSERT_TRUE(set_reply("GetZones", reply));
                 log.clear();
@@ -181,9 +166,6 @@ TEST_F(RadarZones, PayloadsOfTheWrongTypeLoadNothingAndAreReported)
 
 TEST_F(RadarZones, AServiceThatVanishesMidCallLeavesAConsistentStore)
 {
-        start_sim(mixed_zones);
-        ASSERT_TRUE(radar_zones_init());
-
         // Gone while asked for an entry's areas: the listing loads without them.
         ASSERT_TRUE(sim_zones_control("VanishOn", g_variant_new("(s)", "GetZoneAreas")));
         radar_zones_fetch();

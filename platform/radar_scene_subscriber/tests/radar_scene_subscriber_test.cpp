@@ -1,11 +1,10 @@
+#include "child_process.h"
 #include "in_process_provider.h"
 #include "radar_scene_subscriber.h"
+#include "temp_dir.h"
 
-#include <glib/gstdio.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <condition_variable>
 #include <cstdlib>
 #include <mutex>
 
@@ -16,30 +15,19 @@ using Bytes = std::vector<uint8_t>;
 // What the callback received: each frame copied up to its own length field.
 struct Delivered {
         std::mutex mutex;
-        std::condition_variable arrived;
         std::vector<Bytes> frames;
 };
 Delivered delivered;
 
 void collect(uint8_t *frame)
 {
-        // Reading up to the length field is what the frame decoder does; the sanitizers
-        // catch a buffer that is shorter.
+        // Reading up to the length field, as the frame decoder does, lets the sanitizers see a short buffer.
         const uint32_t length =
                 std::max<uint32_t>((uint32_t{frame[0]} << 24) | (frame[1] << 16) | (frame[2] << 8) | frame[3], 4);
         Bytes copy(frame, frame + length);
         free(frame);
         std::lock_guard lock(delivered.mutex);
         delivered.frames.push_back(std::move(copy));
-        delivered.arrived.notify_all();
-}
-
-// Waits for the n-th frame, bounded so a broken subscriber fails instead of hanging.
-bool wait_for_frames(size_t n)
-{
-        std::unique_lock lock(delivered.mutex);
-        return delivered.arrived.wait_for(lock, std::chrono::seconds(10),
-                                          [n] { return delivered.frames.size() >= n; });
 }
 
 std::vector<Bytes> frames()
@@ -48,24 +36,21 @@ std::vector<Bytes> frames()
         return delivered.frames;
 }
 
+bool wait_for_frames(size_t n)
+{
+        return poll_until([n] { return frames().size() >= n; }, 10, 1);
+}
+
 class SubscriberTest : public ::testing::Test {
 protected:
         void SetUp() override
         {
-                dir_ = g_dir_make_tmp("subscriber-XXXXXX", nullptr);
-                path_ = std::string(dir_) + "/scene-provider.sock";
                 g_setenv("RADAR_SCENE_PROVIDER_SOCKET", path_.c_str(), TRUE);
                 std::lock_guard lock(delivered.mutex);
                 delivered.frames.clear();
         }
-        void TearDown() override
-        {
-                radar_scene_subscriber_delete(subscriber_);
-                g_rmdir(dir_);
-                g_free(dir_);
-        }
-        // Subscribes and waits until the provider has accepted `connections` in all, so
-        // later packets reach the reader.
+        void TearDown() override { radar_scene_subscriber_delete(subscriber_); }
+        // Waits until the provider has accepted `connections` in all, so later packets reach the reader.
         void subscribe(InProcessProvider &provider, size_t connections)
         {
                 subscriber_ = subscriber_ ? subscriber_ : radar_scene_subscriber_create(0, 3, 0);
@@ -75,8 +60,8 @@ protected:
                 ASSERT_TRUE(provider.publisher().wait_for_accepted(connections, 10000));
         }
 
-        gchar *dir_ = nullptr;
-        std::string path_;
+        TempDir dir_{"subscriber"};
+        const std::string path_ = dir_.file("scene-provider.sock");
         RadarSceneSubscriber *subscriber_ = nullptr;
 };
 

@@ -27,7 +27,6 @@ void expect(const Points &points)
                 EXPECT_EQ(exclude_areas_contains(x, y), excluded) << "(" << x << ", " << y << ")";
 }
 
-// Replaces the store with these areas, then checks the points against it.
 void rebuild(const std::vector<std::pair<gint32, Polygon>> &areas, const Points &then = {})
 {
         exclude_areas_clear();
@@ -79,8 +78,7 @@ TEST_F(ExcludeAreas, EveryZoneNeedsARingAroundThePointAndARingNeedsThreeVertices
         rebuild({{1, segment}}, {{0, 0, false}});
         rebuild({{1, {{-0.5, -0.5}, {0.5, -0.5}, {0, 0.5}}}}, {{0, 0, true}});
 
-        // Zone 2 has only a two-vertex area: it still counts as a zone with areas, and
-        // it contains no point, so nothing inside the square is excluded.
+        // Zone 2's only area has two vertices: a zone with areas that contains no point.
         rebuild({{1, square}, {2, segment}}, {{0, 0, false}, {0, -3, true}});
 
         // A value that is not a vertex array adds nothing, not even an empty zone.

@@ -8,23 +8,13 @@
 
 namespace {
 
-struct Converted {
-        float pan, tilt, width;
-};
-
-Converted convert(float distance, float azimuth)
+void expect_converted(float distance, float azimuth, float pan, float tilt, float width)
 {
-        Converted c{};
-        radar_to_camera(azimuth, distance, &c.pan, &c.tilt, &c.width);
-        return c;
-}
-
-void expect_converted(float distance, float azimuth, Converted want)
-{
-        const Converted got = convert(distance, azimuth);
-        EXPECT_FLOAT_EQ(got.pan, want.pan) << distance << "," << azimuth;
-        EXPECT_NEAR(got.tilt, want.tilt, 1e-5) << distance << "," << azimuth;
-        EXPECT_NEAR(got.width, want.width, 1e-5) << distance << "," << azimuth;
+        float got_pan = 0, got_tilt = 0, got_width = 0;
+        radar_to_camera(azimuth, distance, &got_pan, &got_tilt, &got_width);
+        EXPECT_FLOAT_EQ(got_pan, pan) << distance << "," << azimuth;
+        EXPECT_NEAR(got_tilt, tilt, 1e-5) << distance << "," << azimuth;
+        EXPECT_NEAR(got_width, width, 1e-5) << distance << "," << azimuth;
 }
 
 } // namespace
@@ -33,18 +23,17 @@ TEST(Geometry, ConversionsMatchWorkedValuesClampsAndOffsets)
 {
         settings_set_mounting_height(4.0);
         settings_set_tilt_offset(0.0);
-        expect_converted(10, 20, {20, -16.699245f, 28.072489f});
-        expect_converted(50, 10, {10, -3.4336302f, 5.7248106f});
-        expect_converted(120, 95, {90, -1.9091525f, 3.1822805f});
+        expect_converted(10, 20, 20, -16.699245f, 28.072489f);
+        expect_converted(120, 95, 90, -1.9091525f, 3.1822805f);
         // Distance 2 is raised to 3, then to 1.4 x (4 - 1) = 4.2 by the steepness limit.
-        expect_converted(2, -100, {-90, -35.537678f, 61.525440f});
-        expect_converted(4.2f, 0, {0, -35.537678f, 61.525440f});
+        expect_converted(2, -100, -90, -35.537678f, 61.525440f);
+        expect_converted(4.2f, 0, 0, -35.537678f, 61.525440f);
 
         float pan = 0, tilt = 0, zoom = 0;
         settings_set_pan_offset(0.0);
         settings_set_zoom_degree(100.0);
         // A group 3.18 degrees wide wants zoom 19.8: clamped to 12; a very wide one to 1.
-        set_point_from_group(10, -3, convert(100, 0).width, 62.9f, &pan, &tilt, &zoom);
+        set_point_from_group(10, -3, 3.1822805f, 62.9f, &pan, &tilt, &zoom);
         EXPECT_FLOAT_EQ(zoom, 12.0f);
         set_point_from_group(10, -3, 100, 62.9f, &pan, &tilt, &zoom);
         EXPECT_FLOAT_EQ(zoom, 1.0f);
@@ -52,7 +41,7 @@ TEST(Geometry, ConversionsMatchWorkedValuesClampsAndOffsets)
         settings_set_tilt_offset(2.5);
         settings_set_pan_offset(-20.0);
         settings_set_zoom_degree(50.0);
-        EXPECT_NEAR(convert(50, 10).tilt, -3.4336302f + 2.5f, 1e-5);
+        expect_converted(50, 10, 10, -3.4336302f + 2.5f, 5.7248106f);
         set_point_from_group(10, -3, 20, 62.9f, &pan, &tilt, &zoom);
         EXPECT_EQ(std::pair(pan, tilt), std::pair(350.0f, -3.0f));
         EXPECT_FLOAT_EQ(zoom, 0.5f * 3.145f);

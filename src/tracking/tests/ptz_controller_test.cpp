@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <tuple>
 
 namespace {
 
@@ -23,9 +24,8 @@ TEST_F(Controller, SetTargetClampsAndZoomFollowsTheSmoothingAndSpeedRules)
         EXPECT_FALSE(controller.is_active()) << "no set point yet";
         controller.set_target(400, -100, 20);
         EXPECT_TRUE(controller.is_active());
-        EXPECT_EQ(controller.target_pan(), 360.0f);
-        EXPECT_EQ(controller.target_tilt(), -90.0f);
-        EXPECT_EQ(controller.smoothed_zoom(), 12.0f);
+        EXPECT_EQ(std::tuple(controller.target_pan(), controller.target_tilt(), controller.smoothed_zoom()),
+                  std::tuple(360.0f, -90.0f, 12.0f));
         controller.stop();
 
         // Zooming in eases, zooming out follows faster.
@@ -53,8 +53,7 @@ TEST_F(Controller, SetTargetClampsAndZoomFollowsTheSmoothingAndSpeedRules)
 
 TEST_F(Controller, ClosedLoopSettlesInsideTheDeadBandsAndSwitchesItselfOff)
 {
-        // A camera moving 1 degree per second per speed unit and 0.025 zoom steps per second
-        // per zoom unit, stepped by the 100 ms control tick.
+        // Per unit of speed the camera turns 1 degree/s and zooms 0.025 steps/s; 100 ms control tick.
         float pan = 0, tilt = 0, zoom = 1, pan_speed = 0, tilt_speed = 0, zoom_speed = 0;
         auto tick = [&](bool set_point) {
                 clock_advance_us(100'000);

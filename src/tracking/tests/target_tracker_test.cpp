@@ -49,6 +49,10 @@ TEST_F(Tracker, ClustersTargetsIntoGroupsNoWiderThanTheLimit)
         ASSERT_EQ(group_count(), 3u);
         EXPECT_EQ(group(1).centre_pan, 50.0f);
         EXPECT_EQ(group(2).centre_pan, 290.0f);
+        // A newcomer is measured against where a moved target's group is now, not where it was.
+        tracker.update_target(2, 2, 150, 0, 4);
+        tracker.update_target(1, 5, 50, 0, 4);
+        EXPECT_EQ(group_count(), 4u);
 }
 
 TEST_F(Tracker, RefreshSplitsWideGroupsAndMergesGroupsThatFitTogether)
@@ -75,7 +79,6 @@ TEST_F(Tracker, RefreshSplitsWideGroupsAndMergesGroupsThatFitTogether)
         EXPECT_NEAR(group(0).width, 41.9f, 1e-4);
 }
 
-// The limit is strict for joining and merging; a group of exactly 42 is not too wide.
 TEST_F(Tracker, FortyTwoDegreesIsTooWideToJoinButNotTooWideToStay)
 {
         tracker.update_target(1, 1, 0, 0, 4);  // -2..2
