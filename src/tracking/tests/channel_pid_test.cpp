@@ -85,9 +85,10 @@ TEST_F(Pid, AutotuneDerivesTheRuleGainsFromSteadyCycles)
         EXPECT_FALSE(pid.autotune_finished());
 
         // A cycle may be as short as two samples: the next rise is sought right after the fall.
-        // A sample right at the lower threshold (a tenth of the swing below the middle) is no fall.
+        // A sample right at the lower threshold (a tenth of the swing below the middle) is no
+        // fall, and one at the middle no rise.
         std::vector<AutotuneCycle> cycles;
-        autotune_extract_cycles({{5, 0}, {-5, 1}, {5, 2}, {-1, 3}, {5, 4}, {-5, 5}, {5, 6}}, cycles);
+        autotune_extract_cycles({{5, 0}, {-5, 1}, {5, 2}, {-1, 3}, {5, 4}, {-5, 5}, {0, 6}, {-5, 7}, {5, 8}}, cycles);
         EXPECT_EQ(cycles.size(), 2u);
 
         // A square wave of 10 peak to peak and 2 s period: the 13th upward crossing at 24 s
