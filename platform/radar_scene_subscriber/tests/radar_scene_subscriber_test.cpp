@@ -7,6 +7,10 @@
 
 #include <cstdlib>
 #include <mutex>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
 
 namespace {
 
@@ -126,6 +130,29 @@ TEST_F(SubscriberTest, ReconnectsToARestartedProviderKeepsOldNamesReadableAndRes
         subscribe(restarted, 2);
         restarted.publisher().publish(frame.data(), frame.size());
         EXPECT_TRUE(wait_for_frames(2));
+}
+
+// A first packet without the "RSP1" greeting, or too short to hold it, names nothing.
+TEST_F(SubscriberTest, AProviderThatDoesNotGreetNamesNoClasses)
+{
+        subscriber_ = radar_scene_subscriber_create(0, 3, 0);
+        for (const std::string greeting : {"RSQ1Human", "RSP"}) {
+                const int listening = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+                sockaddr_un address = {AF_UNIX, {}};
+                path_.copy(address.sun_path, sizeof(address.sun_path) - 1);
+                ASSERT_EQ(bind(listening, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+                ASSERT_EQ(listen(listening, 1), 0);
+                std::thread provider([&] {
+                        const int fd = accept(listening, nullptr, nullptr);
+                        EXPECT_EQ(send(fd, greeting.data(), greeting.size(), 0), static_cast<ssize_t>(greeting.size()));
+                        close(fd);
+                });
+                char **names = nullptr;
+                EXPECT_EQ(radar_scene_subscriber_get_object_classifications(subscriber_, &names), 0) << greeting;
+                provider.join();
+                close(listening);
+                unlink(path_.c_str());
+        }
 }
 
 } // namespace
