@@ -108,13 +108,15 @@ HttpAnswer HttpClient::request(const HttpRequest &request)
         curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
         curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, error);
 
-        struct curl_header *allow = nullptr;
+        struct curl_header *allow = nullptr, *connection = nullptr;
         if (curl_easy_perform(curl) == CURLE_OK)
                 curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &answer.status);
         else
                 answer.curl_error = error;
         if (curl_easy_header(curl, "Allow", 0, CURLH_HEADER, -1, &allow) == CURLHE_OK)
                 answer.allow = allow->value;
+        if (curl_easy_header(curl, "Connection", 0, CURLH_HEADER, -1, &connection) == CURLHE_OK)
+                answer.connection = connection->value;
         curl_easy_getinfo(curl, CURLINFO_NUM_CONNECTS, &answer.new_connections);
         curl_easy_setopt(curl, CURLOPT_HTTPHEADER, nullptr);
         curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, nullptr);

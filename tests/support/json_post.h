@@ -26,7 +26,8 @@ struct HttpRequest {
 struct HttpAnswer {
         long status = 0; // 0 when no answer arrived (curl_error says why)
         std::string body;
-        std::string allow; // the Allow header, if any
+        std::string allow;      // the Allow header, if any
+        std::string connection; // the Connection header, if any
         JsonPtr json;      // the body parsed, null when it is not JSON
         std::string curl_error;
         long new_connections = 0; // connections opened for it (0: it went on a kept one)

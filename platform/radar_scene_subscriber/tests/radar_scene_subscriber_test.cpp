@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <mutex>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -136,6 +137,8 @@ TEST_F(SubscriberTest, ReconnectsToARestartedProviderKeepsOldNamesReadableAndRes
 TEST_F(SubscriberTest, AProviderThatDoesNotGreetNamesNoClasses)
 {
         subscriber_ = radar_scene_subscriber_create(0, 3, 0);
+        const auto open_descriptors = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
+        const auto descriptors = open_descriptors();
         for (const std::string greeting : {"RSQ1Human", "RSP"}) {
                 const int listening = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
                 sockaddr_un address = {AF_UNIX, {}};
@@ -153,6 +156,7 @@ TEST_F(SubscriberTest, AProviderThatDoesNotGreetNamesNoClasses)
                 close(listening);
                 unlink(path_.c_str());
         }
+        EXPECT_EQ(open_descriptors(), descriptors) << "the asking connections are closed";
 }
 
 } // namespace
