@@ -112,8 +112,11 @@ int http_setup(const char *address, const char *http_port, const char *https_por
                         log_error("%scurl init failed");
                         return -1;
                 }
-                if (!http_configure_handle())
+                if (!http_configure_handle()) {
+                        // A handle half set up would be taken as ready by the next set-up.
+                        g_clear_pointer(&http.handle, curl_easy_cleanup);
                         return -1;
+                }
         }
         if (!http_setopt(CURLOPT_USERNAME, user) || !http_setopt(CURLOPT_PASSWORD, password) ||
             !http_setopt(CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_ANY)))

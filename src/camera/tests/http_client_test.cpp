@@ -39,12 +39,19 @@ TEST(HttpClient, WarnsOnceWithoutAnAddressAndReachesIpv6AndLinkLocalCameras)
                 EXPECT_EQ(http_request(position, nullptr), 0);
         EXPECT_EQ(log.lines(), std::vector<std::string>{"WARNING: http: No address"});
 
+        // Without eth0 the set-up fails, and leaves no half-made handle to the next one.
+        http_cleanup();
+        ASSERT_EQ(std::system("ip link set eth0 down name eth9"), 0);
+        EXPECT_EQ(http_setup("fe80::1", "80", "443", "root", "pass"), -1);
+        ASSERT_EQ(std::system("ip link set eth9 name eth0 up"), 0);
+        EXPECT_EQ(log.matching("ERROR"), std::vector<std::string>{"ERROR: Get index for interface eth0: No such device"});
+
         // fe80::1 only means something on an interface: the client scopes it to eth0.
         ASSERT_EQ(std::system("ip -6 addr add fe80::1/64 dev eth0 nodad"), 0);
         SimCameraProcess loopback({"--address", "::1"});
         SimCameraProcess link_local({"--address", "fe80::1", "--interface", "eth0"});
-        for (const char *address : {"::1", "fe80::1"}) {
-                connect_to(address);
+        for (const char *address : {"fe80::1", "::1"}) {
+                ASSERT_EQ(http_setup(address, "80", "443", "root", "pass"), 0);
                 EXPECT_EQ(http_request(position, nullptr), 200) << address;
         }
         EXPECT_EQ(schemes_of(loopback), std::vector<std::string>{"http 200"});
