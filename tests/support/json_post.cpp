@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <cstring>
 
 namespace {
@@ -40,10 +41,10 @@ void *http_client_new_handle(void)
         return initialised ? curl_easy_init() : nullptr;
 }
 
-// A Unix stream socket bound (listen) or connected to path; -1 (errno set) when it fails.
-int unix_socket(const std::string &path, bool listen)
+// A Unix socket bound (listen) or connected to path; -1 (errno set) when it fails.
+int unix_socket(const std::string &path, bool listen, int type)
 {
-        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        const int fd = socket(AF_UNIX, type | SOCK_CLOEXEC, 0);
         struct sockaddr_un address = {};
         address.sun_family = AF_UNIX;
         strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
@@ -61,14 +62,19 @@ int unix_socket(const std::string &path, bool listen)
 
 } // namespace
 
-int unix_listen(const std::string &path)
+int unix_listen(const std::string &path, int type)
 {
-        return unix_socket(path, true);
+        return unix_socket(path, true, type);
 }
 
 int unix_connect(const std::string &path)
 {
-        return unix_socket(path, false);
+        return unix_socket(path, false, SOCK_STREAM);
+}
+
+long open_descriptors(void)
+{
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
 HttpClient::HttpClient() : curl_(http_client_new_handle()) {}

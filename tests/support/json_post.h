@@ -3,6 +3,7 @@
 #pragma once
 
 #include <jansson.h>
+#include <sys/socket.h>
 
 #include <memory>
 #include <string>
@@ -52,11 +53,14 @@ HttpAnswer http_request(const HttpRequest &request);
 // POSTs a JSON text to the CGI path over a Unix socket.
 HttpAnswer cgi_post(const std::string &unix_socket, const std::string &body);
 
-// A listening Unix stream socket at path (close-on-exec), as systemd would make it for
-// the server under test; -1 (errno set) when it cannot be made.
-int unix_listen(const std::string &path);
+// A listening Unix socket at path (close-on-exec), of type SOCK_STREAM unless given, as
+// systemd or a provider would make it for the code under test; -1 (errno set) when it
+// cannot be made.
+int unix_listen(const std::string &path, int type = SOCK_STREAM);
 // A client's connection to it; -1 (errno set) when it fails.
 int unix_connect(const std::string &path);
+// The descriptors this process has open now, to show that none was left behind.
+long open_descriptors(void);
 
 // The body of a call of the CGI's API 1.1; params is JSON text, nullptr for none.
 std::string cgi_call_body(const std::string &method, const char *params = nullptr);

@@ -1,15 +1,14 @@
 #include "child_process.h"
 #include "in_process_provider.h"
+#include "json_post.h"
 #include "radar_scene_subscriber.h"
 #include "temp_dir.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <mutex>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <thread>
 #include <unistd.h>
 
@@ -137,14 +136,10 @@ TEST_F(SubscriberTest, ReconnectsToARestartedProviderKeepsOldNamesReadableAndRes
 TEST_F(SubscriberTest, AProviderThatDoesNotGreetNamesNoClasses)
 {
         subscriber_ = radar_scene_subscriber_create(0, 3, 0);
-        const auto open_descriptors = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
-        const auto descriptors = open_descriptors();
+        const long descriptors = open_descriptors();
         for (const std::string greeting : {"RSQ1Human", "RSP"}) {
-                const int listening = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-                sockaddr_un address = {AF_UNIX, {}};
-                path_.copy(address.sun_path, sizeof(address.sun_path) - 1);
-                ASSERT_EQ(bind(listening, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
-                ASSERT_EQ(listen(listening, 1), 0);
+                const int listening = unix_listen(path_, SOCK_SEQPACKET);
+                ASSERT_GE(listening, 0);
                 std::thread provider([&] {
                         const int fd = accept(listening, nullptr, nullptr);
                         EXPECT_EQ(send(fd, greeting.data(), greeting.size(), 0), static_cast<ssize_t>(greeting.size()));

@@ -10,7 +10,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <filesystem>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <thread>
@@ -73,11 +72,6 @@ gboolean on_readable(gint, GIOCondition, gpointer handle)
 {
         rcgi_perform(static_cast<RcgiHandle *>(handle));
         return G_SOURCE_CONTINUE;
-}
-
-long open_descriptors(void)
-{
-        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
 // The library serving the API at path on a listening socket, watched by the main loop.
