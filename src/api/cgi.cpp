@@ -490,8 +490,6 @@ gboolean cgi_setup(void)
 
 void cgi_cleanup(void)
 {
-        if (cgi.watch)
-                g_source_remove(cgi.watch);
-        cgi.watch = 0;
+        g_clear_handle_id(&cgi.watch, g_source_remove);
         g_clear_pointer(&cgi.handle, rcgi_free);
 }

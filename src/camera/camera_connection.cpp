@@ -71,18 +71,10 @@ void camera_start_poll(void)
                 camera_link.poll_timer = g_timeout_add(position_poll_ms, position_poll_tick, nullptr);
 }
 
-void camera_remove_source(guint *id)
-{
-        if (*id != 0) {
-                g_source_remove(*id);
-                *id = 0;
-        }
-}
-
 // One control tick at most, however often the link is resumed.
 void camera_start_control_tick(void)
 {
-        camera_remove_source(&camera_link.control_tick);
+        g_clear_handle_id(&camera_link.control_tick, g_source_remove);
         camera_link.control_tick = g_timeout_add(control_tick_ms, ptz_control_tick, nullptr);
 }
 
@@ -186,9 +178,9 @@ void ptz_control_teardown(void)
         }
         http_cleanup();
         metadata_pipeline_stop();
-        camera_remove_source(&camera_link.control_tick);
-        camera_remove_source(&camera_link.autotune_tick);
-        camera_remove_source(&camera_link.poll_timer);
+        g_clear_handle_id(&camera_link.control_tick, g_source_remove);
+        g_clear_handle_id(&camera_link.autotune_tick, g_source_remove);
+        g_clear_handle_id(&camera_link.poll_timer, g_source_remove);
         g_clear_pointer(&camera_link.camera_name, g_free);
         g_clear_pointer(&camera_link.product_number, g_free);
         camera_link.source = POSITION_UNPROBED;
@@ -205,8 +197,8 @@ gboolean ptz_control_tick(gpointer)
                 // The autotune takes over until it has finished, and then restarts this tick.
                 // By source id, so that a tick called from elsewhere leaves no timer behind.
                 autotune_begin();
-                camera_remove_source(&camera_link.control_tick);
-                camera_remove_source(&camera_link.autotune_tick);
+                g_clear_handle_id(&camera_link.control_tick, g_source_remove);
+                g_clear_handle_id(&camera_link.autotune_tick, g_source_remove);
                 camera_link.autotune_tick = g_timeout_add(autotune_tick_ms, autotune_tick, nullptr);
                 return FALSE;
         }
@@ -242,7 +234,7 @@ void metadata_feed_stopped(void *)
 
 void camera_resume_control_tick(void)
 {
-        camera_remove_source(&camera_link.autotune_tick);
+        g_clear_handle_id(&camera_link.autotune_tick, g_source_remove);
         camera_start_control_tick();
 }
 

@@ -127,12 +127,8 @@ void radar_zones_cleanup(void)
 {
         if (!client.proxy)
                 return;
-        if (client.signal_handler)
-                g_signal_handler_disconnect(client.proxy, client.signal_handler);
-        client.signal_handler = 0;
-        if (client.name_owner_handler)
-                g_signal_handler_disconnect(client.proxy, client.name_owner_handler);
-        client.name_owner_handler = 0;
+        g_clear_signal_handler(&client.signal_handler, client.proxy);
+        g_clear_signal_handler(&client.name_owner_handler, client.proxy);
         g_object_unref(client.proxy);
         client.proxy = nullptr;
 }
