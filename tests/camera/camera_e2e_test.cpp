@@ -26,14 +26,6 @@ protected:
                         "the camera on the person " + when, 20.0);
         }
 
-        // With tracking off the service takes no scenes until the operator switches it on.
-        std::unique_ptr<ServiceProcess> start_with_tracking_off()
-        {
-                std::string conf = unit.conf_text();
-                unit.write_conf(conf.replace(conf.find("\nenabled=true\n"), 14, "\nenabled=false\n")); // throws if missing
-                return unit.start_service();
-        }
-
         // Stops the service and checks that the whole teardown ran and the camera was let go.
         void stop_fully(ServiceProcess &service)
         {
@@ -84,7 +76,10 @@ TEST_F(CameraEndToEnd, FollowsOnceSwitchedOnOverDbusAndAfterACameraRestartWithou
 {
         auto camera = std::make_unique<SimCameraProcess>(Strings{"--pan", "120"});
         unit.configure("pass", "name=ZPT-6100\n");
-        std::unique_ptr<ServiceProcess> service = start_with_tracking_off();
+        // With tracking off the service takes no scenes until the operator switches it on.
+        std::string conf = unit.conf_text();
+        unit.write_conf(conf.replace(conf.find("\nenabled=true\n"), 14, "\nenabled=false\n")); // throws if missing
+        std::unique_ptr<ServiceProcess> service = unit.start_service();
         ASSERT_TRUE(service->events().wait_for_states({"connecting", "connected"}));
         g_autoptr(GDBusConnection) bus = private_bus_connect(service->bus_address());
         g_autoptr(GVariant) reply = private_bus_call(bus, "com.zelk.Trelvo1", "/com/zelk/Trelvo1", "com.zelk.Trelvo1",
