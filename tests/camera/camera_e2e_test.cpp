@@ -26,14 +26,6 @@ protected:
                         "the camera on the person " + when, 20.0);
         }
 
-        // With tracking off the service takes no scenes until the operator switches it on.
-        std::unique_ptr<ServiceProcess> start_with_tracking_off()
-        {
-                std::string conf = unit.conf_text();
-                unit.write_conf(conf.replace(conf.find("\nenabled=true\n"), 14, "\nenabled=false\n")); // throws if missing
-                return unit.start_service();
-        }
-
         // Stops the service and checks that the whole teardown ran and the camera was let go.
         void stop_fully(ServiceProcess &service)
         {
@@ -60,39 +52,22 @@ TEST_F(CameraEndToEnd, AutotuneCutShortSavesNothingThenTunesOnceFollowsAndConnec
         EXPECT_TRUE(camera.wait_for(
                 [](const SimCameraStatus &s) { return s.pan_speed == 0.0 && s.tilt_speed == 0.0 && !s.moving; },
                 "the camera stopped"));
-        g_autoptr(GKeyFile) keys = g_key_file_new();
         const std::string conf = unit.conf_text();
-        ASSERT_TRUE(g_key_file_load_from_data(keys, conf.c_str(), conf.size(), G_KEY_FILE_NONE, nullptr)) << conf;
-        g_autofree gchar *name = g_key_file_get_string(keys, "camera", "name", nullptr);
-        EXPECT_TRUE(name == nullptr || *name == '\0') << "model stored as tuned: " << name;
-        for (const char *key : {"pan_kp", "pan_ki", "pan_kd", "tilt_kp", "tilt_ki", "tilt_kd"}) {
-                const double untuned = g_str_has_suffix(key, "kp") ? 1.0 : 0.0;
-                EXPECT_EQ(g_key_file_get_double(keys, "camera", key, nullptr), untuned) << key << " in\n" << conf;
-        }
-
-        // A silent camera: every request is given up after its budget; the loop still serves the signal.
-        service = unit.start_service();
-        ASSERT_TRUE(service->events().wait_for_states({"connecting", "autotune"}));
-        camera.set_fault("no_answer", true);
-        service->send_signal(SIGTERM);
-        EXPECT_EQ(service->wait_exit(30.0), 0);
-        camera.set_fault("no_answer", false);
+        EXPECT_NE(conf.find("pan_kp=1\npan_ki=0\npan_kd=0\ntilt_kp=1\ntilt_ki=0\ntilt_kd=0\n"), std::string::npos)
+                << "gains stored as tuned:\n" << conf;
+        EXPECT_EQ(conf.find("\nname="), conf.find("\nname=\n")) << "no model or an empty one:\n" << conf;
 
         service = unit.start_service();
         ASSERT_TRUE(service->events().wait_for_states({"connecting", "autotune", "connected"}, 90.0));
         // Turned away (which ends the autotune's last move): only scenes bring it back.
         camera.teleport(unit.walker_azimuth() + 90.0, 0.0, 1.0);
         EXPECT_TRUE(follows(camera, "after the autotune"));
-        EXPECT_GT(camera.status().rtsp_clients, 0u) << "positions over the stream";
         stop_fully(*service);
 
         const uint64_t connections = camera.status().http_connections;
-        service = start_with_tracking_off();
+        service = unit.start_service();
         ASSERT_TRUE(service->events().wait_for_states({"connecting", "connected"}));
         EXPECT_EQ(service->events().states(), (Strings{"connecting", "connected"})) << "no second autotune";
-        camera.teleport(unit.walker_azimuth() + 90.0, 0.0, 1.0);
-        EXPECT_EQ(cgi_outcome(service->cgi(cgi_call_body("setTrackingEnabled", R"({"value": true})"))), "data:{}");
-        EXPECT_TRUE(follows(camera, "once tracking is switched on over the CGI"));
         stop_fully(*service);
         EXPECT_EQ(camera.status().http_connections, connections + 1) << "one kept-alive connection per run";
 }
@@ -101,7 +76,10 @@ TEST_F(CameraEndToEnd, FollowsOnceSwitchedOnOverDbusAndAfterACameraRestartWithou
 {
         auto camera = std::make_unique<SimCameraProcess>(Strings{"--pan", "120"});
         unit.configure("pass", "name=ZPT-6100\n");
-        std::unique_ptr<ServiceProcess> service = start_with_tracking_off();
+        // With tracking off the service takes no scenes until the operator switches it on.
+        std::string conf = unit.conf_text();
+        unit.write_conf(conf.replace(conf.find("\nenabled=true\n"), 14, "\nenabled=false\n")); // throws if missing
+        std::unique_ptr<ServiceProcess> service = unit.start_service();
         ASSERT_TRUE(service->events().wait_for_states({"connecting", "connected"}));
         g_autoptr(GDBusConnection) bus = private_bus_connect(service->bus_address());
         g_autoptr(GVariant) reply = private_bus_call(bus, "com.zelk.Trelvo1", "/com/zelk/Trelvo1", "com.zelk.Trelvo1",
