@@ -209,8 +209,9 @@ TEST_F(CameraLink, PollsMarkMovingChannelsThenFollowsWithAMoveEachTickOneStopAnd
         tick(30);
         EXPECT_TRUE(sent().empty());
 
-        // Moved by exactly 2 degrees after it settled: still home; by more: left where it was put.
-        for (const float moved_by : {2.0f, 2.5f}) {
+        // Moved by exactly 2 degrees after it settled: still home; by more, or with return to
+        // home switched off and on again meanwhile (0): left where it was put.
+        for (const float moved_by : {2.0f, 2.5f, 0.0f}) {
                 tracker_update_target(1, 8, 40.0f, -10.0f, 4.0f);
                 tick(3);
                 tracker_remove_target(1, 8);
@@ -218,6 +219,11 @@ TEST_F(CameraLink, PollsMarkMovingChannelsThenFollowsWithAMoveEachTickOneStopAnd
                 tick_while_active();
                 tick(10);
                 camera_position_update(1, 0, 0, 0, 40.0f + moved_by, -10.0f);
+                if (moved_by == 0.0f) {
+                        settings_set_return_to_home_enabled(FALSE);
+                        tick();
+                        settings_set_return_to_home_enabled(TRUE);
+                }
                 tick(40);
                 after = sent();
                 EXPECT_EQ(std::count(after.begin(), after.end(), home), moved_by == 2.0f ? 1 : 0) << moved_by;
