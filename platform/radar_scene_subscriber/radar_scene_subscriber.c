@@ -358,7 +358,7 @@ int radar_scene_subscriber_subscribe(RadarSceneSubscriber *subscriber)
                 return -EBADF;
         if (subscriber->reader)
                 return -EALREADY;
-        subscriber->reader = g_thread_new("radar-scene-reader", rss_reader, subscriber);
+        subscriber->reader = g_thread_new("scene-reader", rss_reader, subscriber);
         return 0;
 }
 

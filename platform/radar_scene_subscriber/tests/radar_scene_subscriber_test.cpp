@@ -6,9 +6,11 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <mutex>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
 
@@ -45,6 +47,25 @@ bool wait_for_frames(size_t n)
         return poll_until([n] { return frames().size() >= n; }, 10, 1);
 }
 
+// Interrupts the reader thread with a signal once it is asleep in its wait.
+void interrupt_reader()
+{
+        struct sigaction nothing = {}, before = {};
+        nothing.sa_handler = [](int) {};
+        sigaction(SIGUSR1, &nothing, &before);
+        pid_t reader = 0;
+        ASSERT_TRUE(poll_until([&reader] {
+                g_autoptr(GDir) tasks = g_dir_open("/proc/self/task", 0, nullptr);
+                for (const char *tid; tasks && (tid = g_dir_read_name(tasks));)
+                        if (file_text(std::string("/proc/self/task/") + tid + "/stat").find("(scene-reader) S") !=
+                            std::string::npos)
+                                reader = static_cast<pid_t>(atoi(tid));
+                return reader > 0;
+        }, 10));
+        EXPECT_EQ(syscall(SYS_tgkill, getpid(), reader, SIGUSR1), 0);
+        sigaction(SIGUSR1, &before, nullptr);
+}
+
 class SubscriberTest : public ::testing::Test {
 protected:
         void SetUp() override
@@ -74,6 +95,7 @@ TEST_F(SubscriberTest, DeliversPacketsInOrderPaddedToTheirLengthField)
         InProcessProvider provider(path_, {}); // no classification names: scenes flow all the same
         ASSERT_TRUE(provider.ok()) << provider.error();
         subscribe(provider, 1);
+        interrupt_reader(); // a wait cut short by a signal is taken up again
 
         const std::vector<Bytes> packets = {
                 {0, 0, 0, 6, 0x08, 0x01},
