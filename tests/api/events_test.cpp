@@ -114,17 +114,4 @@ TEST_F(Events, AProducerThatIsGoneAtShutdownIsNotReported)
                 << lines[0];
 }
 
-// Runs in a process of its own (see CMakeLists.txt): no system bus has been used yet.
-TEST(NoBus, WithoutASystemBusNoProxyIsMadeAndNothingIsSent)
-{
-        g_setenv("DBUS_SYSTEM_BUS_ADDRESS", private_bus_unreachable_address().c_str(), TRUE);
-        LogCapture log;
-        EXPECT_FALSE(declare_state_event());
-        send_state_event("connecting");
-        undeclare_state_event();
-        const Lines lines = log.lines();
-        ASSERT_EQ(lines.size(), 1u);
-        EXPECT_EQ(lines[0].rfind("WARNING: Failed to create proxy to data collection service: ", 0), 0u) << lines[0];
-}
-
 } // namespace
