@@ -43,8 +43,8 @@ struct Client {
         GDBusConnection *connection;
 };
 
-// A second instance on the same bus cannot take the name and stops after every teardown,
-// while the first goes on serving.
+// A second instance on the same bus cannot take the name and stops, while the first goes
+// on serving.
 TEST(DbusService, SetTrackingEnabledSwitchesTheValueAndTheFileWhileBadCallsAndASecondInstanceChangeNothing)
 {
         const TempDir dir{"trelvo-conf"};
@@ -84,8 +84,6 @@ TEST(DbusService, SetTrackingEnabledSwitchesTheValueAndTheFileWhileBadCallsAndAS
         EXPECT_NE(file_text(file).find("[tracking]\nenabled=false\n"), std::string::npos);
         EXPECT_TRUE(service.matching("ERROR").empty() && service.matching("WARNING").empty());
         EXPECT_EQ(service.stop(), 0);
-        EXPECT_FALSE(service.matching("Tearing down: ").empty());
-        EXPECT_EQ(second.matching("Tearing down: "), service.matching("Tearing down: "));
 }
 
 // Between calls the main loop sleeps on the bus descriptor alone: sd-bus has no time-out
