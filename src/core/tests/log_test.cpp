@@ -7,9 +7,8 @@
 
 namespace {
 
-// One line per message, "<program>: <LEVEL>: <message>", from structured logging too;
-// debug lines only when G_MESSAGES_DEBUG asks. (Errors and warnings are checked on the
-// service's output by service_test.)
+// One line per message, "<program>: <LEVEL>: <message>", structured ones too; debug lines
+// only when G_MESSAGES_DEBUG asks. Error and warning lines are service_test's.
 TEST(LogSetup, EveryMessageIsOneLineWithProgramAndLevel)
 {
         char program[] = "/usr/bin/trelvo";
