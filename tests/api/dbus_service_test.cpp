@@ -43,8 +43,8 @@ struct Client {
         GDBusConnection *connection;
 };
 
-// A second instance on the same bus cannot take the name and stops after every teardown,
-// while the first goes on serving.
+// A second instance on the same bus cannot take the name and stops, while the first goes
+// on serving.
 TEST(DbusService, SetTrackingEnabledSwitchesTheValueAndTheFileWhileBadCallsAndASecondInstanceChangeNothing)
 {
         const TempDir dir{"trelvo-conf"};
@@ -67,13 +67,11 @@ TEST(DbusService, SetTrackingEnabledSwitchesTheValueAndTheFileWhileBadCallsAndAS
         EXPECT_EQ(client.tracking_enabled(), "(<true>,)");
         EXPECT_NE(file_text(file).find("[tracking]\nenabled=true\n"), std::string::npos) << file_text(file);
 
-        // Wrong argument types, no argument, and writing the read-only property.
+        // A wrong argument type, and writing the read-only property.
         const std::string before = file_text(file);
         std::string error;
-        for (GVariant *args : {g_variant_new("(s)", "false"), g_variant_new("(i)", 0), g_variant_new("()")}) {
-                EXPECT_EQ(client.call(trelvo, "SetTrackingEnabled", args, &error), "");
-                EXPECT_EQ(error, "org.freedesktop.DBus.Error.InvalidArgs");
-        }
+        EXPECT_EQ(client.call(trelvo, "SetTrackingEnabled", g_variant_new("(s)", "false"), &error), "");
+        EXPECT_EQ(error, "org.freedesktop.DBus.Error.InvalidArgs");
         EXPECT_EQ(client.call(properties, "Set",
                               g_variant_new("(ssv)", trelvo, "TrackingEnabled", g_variant_new_boolean(FALSE)), &error),
                   "");
@@ -86,8 +84,6 @@ TEST(DbusService, SetTrackingEnabledSwitchesTheValueAndTheFileWhileBadCallsAndAS
         EXPECT_NE(file_text(file).find("[tracking]\nenabled=false\n"), std::string::npos);
         EXPECT_TRUE(service.matching("ERROR").empty() && service.matching("WARNING").empty());
         EXPECT_EQ(service.stop(), 0);
-        EXPECT_FALSE(service.matching("Tearing down: ").empty());
-        EXPECT_EQ(second.matching("Tearing down: "), service.matching("Tearing down: "));
 }
 
 // Between calls the main loop sleeps on the bus descriptor alone: sd-bus has no time-out
@@ -161,14 +157,10 @@ TEST(DbusPolicy, AnUnprivilegedCallerMayReadTrackingEnabledButNotSetItNorOwnTheN
                 EXPECT_NE(output.find("Access denied"), std::string::npos) << output;
         }
 
-        // Root (this test) may switch it; nobody reads the new value and may introspect.
+        // Root (this test) may switch it; nobody reads the new value.
         EXPECT_EQ(Client(address).set_tracking_enabled(TRUE), "()");
         EXPECT_EQ(busctl_as_nobody(address, {"get-property", trelvo, trelvo_path, trelvo, "TrackingEnabled"}),
                   std::make_pair(0, std::string("b true\n")));
-        const auto [status, output] = busctl_as_nobody(address, {"introspect", trelvo, trelvo_path, trelvo});
-        EXPECT_EQ(status, 0);
-        EXPECT_NE(output.find(".SetTrackingEnabled"), std::string::npos) << output;
-        EXPECT_NE(output.find(".TrackingEnabled"), std::string::npos) << output;
         EXPECT_EQ(service.stop(), 0);
 }
 

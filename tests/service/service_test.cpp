@@ -6,8 +6,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include <algorithm>
-
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -18,8 +16,8 @@ std::string last(const Lines &lines)
 }
 
 // Starts the service, stops it with the signal once it runs and checks that it stopped
-// cleanly after the whole teardown list; returns what it printed.
-Lines run_and_stop(const ServiceOptions &options, int signal)
+// cleanly after the whole teardown list.
+void run_and_stop(const ServiceOptions &options, int signal)
 {
         ServiceProcess service(options);
         EXPECT_TRUE(service.wait_for_line("DEBUG: Running"));
@@ -33,7 +31,6 @@ Lines run_and_stop(const ServiceOptions &options, int signal)
         EXPECT_TRUE(calls.size() >= 2 && calls.front().method == "DeclareEvent" &&
                     calls.back().method == "UndeclareEvent" && calls.back().id == calls.front().id &&
                     !calls.back().failed);
-        return service.lines();
 }
 
 // The order and the once-only run of the lists are service_run's own (core_test); here the
@@ -47,8 +44,7 @@ TEST(Service, QuitSignalsStopItCleanlyAndTheConfigFileIsCreatedOnceThenLeftAlone
 
         // The first start creates the file; the load adds the zoom degree it lacks, the camera
         // link the zoom correction.
-        const Lines fresh = run_and_stop(options, SIGINT);
-        EXPECT_NE(std::find(fresh.begin(), fresh.end(), "trelvo: INFO: Setting zoom degree to 50.000000"), fresh.end());
+        run_and_stop(options, SIGINT);
         EXPECT_NE(file_text(file).find("tilt_kd=0\nname=\nzoom_degree=50\nzoom_correction=1\n\n[tracking]\n"), std::string::npos);
 
         // Every key the load reads is there now: nothing is saved (a save replaces the file).
