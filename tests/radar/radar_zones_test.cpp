@@ -58,11 +58,6 @@ bool set_zones(const char *json)
         return sim_zones_control("SetZones", g_variant_new("(s)", json));
 }
 
-bool set_reply(const char *method, const char *body)
-{
-        return sim_zones_control("SetReply", g_variant_new("(ss)", method, body));
-}
-
 // Zone 1: an enabled square "gate" around the origin plus a second enabled entry of it,
 // a square of another kind and a disabled square elsewhere.
 constexpr const char *mixed_zones = R"([{"id": 1, "areas": [
@@ -133,7 +128,7 @@ TEST_F(RadarZones, FetchStoresTheEnabledExclusionAreasARestartOrASignalRebuildsT
 TEST_F(RadarZones, PayloadsOfTheWrongTypeLoadNothingAndAreReported)
 {
         for (const char *reply : {"('gate', 1)", "()"}) {
-                ASSERT_TRUE(set_reply("GetZones", reply));
+                ASSERT_TRUE(sim_zones_control("SetReply", g_variant_new("(ss)", "GetZones", reply)));
                 log.clear();
                 radar_zones_fetch();
                 EXPECT_FALSE(exclude_areas_contains(0, 0)) << reply;
@@ -142,7 +137,8 @@ TEST_F(RadarZones, PayloadsOfTheWrongTypeLoadNothingAndAreReported)
 
         // A listing with an extra element is read by its first.
         log.clear();
-        ASSERT_TRUE(set_reply("GetZones", "([(1, [('gate', true), ('yard', true)])], 'extra')"));
+        const char *extra = "([(1, [('gate', true), ('yard', true)])], 'extra')";
+        ASSERT_TRUE(sim_zones_control("SetReply", g_variant_new("(ss)", "GetZones", extra)));
         radar_zones_fetch();
         EXPECT_TRUE(exclude_areas_contains(0, 0) && exclude_areas_contains(0.65, 0.55));
         EXPECT_TRUE(log.lines().empty());
