@@ -8,17 +8,9 @@
 
 #include <cstdlib>
 
-namespace {
-
-void fuzz_drop_log(const gchar *, GLogLevelFlags, const gchar *, gpointer)
-{
-}
-
-} // namespace
-
 void fuzz_quiet_logs(void)
 {
-        g_log_set_default_handler(fuzz_drop_log, nullptr);
+        g_log_set_default_handler([](const gchar *, GLogLevelFlags, const gchar *, gpointer) {}, nullptr);
         g_log_set_always_fatal(static_cast<GLogLevelFlags>(G_LOG_LEVEL_CRITICAL | G_LOG_LEVEL_ERROR));
 }
 

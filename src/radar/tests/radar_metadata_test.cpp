@@ -12,7 +12,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -180,10 +179,9 @@ TEST_F(RadarMetadataTest, FaultsAreLoggedOnceAndEndTheScene)
         const std::string no_class = "ERROR: got object without classification";
         const std::string bad_class = "ERROR: got object with classification error";
         const std::string unparsed = "WARNING: Failed to read deserialize scene from provider";
-        Scene named;
-        first_label(add_object(named, 1, 20.0f))->set_name("\xC3\xA9");
-        std::vector<uint8_t> bad_utf8 = scene_publisher_frame(named), uncounted = bad_utf8;
-        *std::find(bad_utf8.begin(), bad_utf8.end(), 0xA9) = 0x28;
+        Scene one;
+        add_object(one, 1, 20.0f);
+        std::vector<uint8_t> uncounted = scene_publisher_frame(one);
         uncounted[3] -= 4; // a writer that forgot that the length counts itself cuts the object
         const std::vector<std::tuple<void (*)(Object *), std::vector<uint8_t>, std::string>> cases = {
                 {[](Object *o) { o->clear_id(), o->clear_bounding_box(); }, {}, "ERROR: got object without id"},
@@ -194,16 +192,10 @@ TEST_F(RadarMetadataTest, FaultsAreLoggedOnceAndEndTheScene)
                 // Only the first label counts; its id is a signed index below the number of names.
                 {[](Object *o) { first_label(o)->clear_id(), o->mutable_labels()->add_labels()->set_id(3); }, {}, no_class},
                 {[](Object *o) { first_label(o)->set_id(6); }, {}, bad_class},
-                {[](Object *o) { first_label(o)->set_id(0xFFFFFFFF); }, {}, bad_class},
                 {[](Object *o) { first_label(o)->set_id(0x80000000); }, {}, bad_class},
-                {nullptr, {0, 0, 0, 0}, "WARNING: Got invalid serialized scene size 0 from provider"},
                 {nullptr, {0, 0, 0, 4}, "WARNING: Got invalid serialized scene size 4 from provider"},
                 {nullptr, {0, 0, 0, 5, 0x08}, unparsed}, // a tag without its value
-                {nullptr, {0, 0, 0, 10, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, unparsed},
                 {nullptr, uncounted, unparsed},
-                {nullptr, bad_utf8, unparsed},
-                // What the subscriber makes of a packet that claims more than it carries.
-                {nullptr, {0, 0, 0, 10, 0x08, 0x01, 0, 0, 0, 0}, unparsed},
         };
         uint32_t id = 0;
         for (const auto &[spoil, frame, line] : cases) {

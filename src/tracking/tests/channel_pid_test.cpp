@@ -3,32 +3,13 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
-#include <deque>
 
 namespace {
 
 ChannelPid pan_like(float kp, float ki, float kd)
 {
         return ChannelPid(2, kp, ki, kd, 1.0f, -100.0f, 100.0f, 2.0f, 3.0f);
-}
-
-// Relay experiment at the 50 ms tick against an axis turning at most 20 degrees per second that
-// acts on each command delay_ticks ticks late. Returns the seconds until the step reported done.
-float run_relay(ChannelPid &pid, size_t delay_ticks)
-{
-        std::deque<float> pending(delay_ticks, 0.0f);
-        float position = 0.0f, command = 0.0f;
-        pid.autotune_start(0.0f, 35.0f);
-        const int64_t start = clock_now_us();
-        while (!pid.autotune_step(&command, position)) {
-                pending.push_back(command);
-                position += std::clamp(pending.front(), -20.0f, 20.0f) * 0.05f;
-                pending.pop_front();
-                clock_advance_us(50'000);
-        }
-        return clock_seconds_between(start, clock_now_us());
 }
 
 class Pid : public ::testing::Test {
@@ -114,23 +95,17 @@ TEST_F(Pid, AutotuneDerivesTheRuleGainsFromSteadyCycles)
         EXPECT_NEAR(kd, 0.3333, 1e-4);
 }
 
-TEST_F(Pid, AutotuneAgainstADelayedRateLimitedAxis)
+TEST_F(Pid, AutotuneWithoutSteadyCyclesGivesUpAfter25SecondsWithoutAResult)
 {
-        // 5 ticks late, the axis swings 11 degrees peak to peak in 22 ticks: it converges.
-        ChannelPid zoom_like(0, 1.0f, 0.0f, 0.0f, 2.0f, -100.0f, 100.0f, 0.4f, 7.0f);
-        EXPECT_LT(run_relay(zoom_like, 5), 25.0f);
-        ASSERT_TRUE(zoom_like.autotune_finished());
-        EXPECT_NEAR(zoom_like.ultimate_period(), 1.1f, 1e-5);
-        EXPECT_NEAR(zoom_like.ultimate_gain(), 4.0f * 35.0f / (11.0f * 3.14159265f * 0.5f) / 2.0f, 1e-4);
-        double kp = 0, ki = 0, kd = 0;
-        zoom_like.tuned_gains(&kp, &ki, &kd);
-        EXPECT_FLOAT_EQ(static_cast<float>(kp), 0.5f * zoom_like.ultimate_gain());
-
-        // 10 ticks late it completes only 11 cycles in 25 s: a time-out, not a result.
         ChannelPid pan = pan_like(1.0f, 0.0f, 0.0f);
-        EXPECT_FLOAT_EQ(run_relay(pan, 10), 25.05f);
+        pan.autotune_start(0.0f, 35.0f);
+        float command = 0.0f;
+        int64_t t = 0;
+        for (; !pan.autotune_step(&command, 1.0f) && t < 30'000; t += 50)
+                clock_advance_us(50'000);
+        EXPECT_EQ(t, 25'050);
         EXPECT_FALSE(pan.autotune_finished());
-        float command = 1234.0f;
+        command = 1234.0f;
         EXPECT_TRUE(pan.autotune_step(&command, 0.0f));
         EXPECT_EQ(command, 1234.0f);
 }
