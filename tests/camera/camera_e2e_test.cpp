@@ -75,10 +75,8 @@ TEST_F(CameraEndToEnd, AutotuneCutShortSavesNothingThenTunesOnceFollowsAndConnec
 TEST_F(CameraEndToEnd, FollowsOnceSwitchedOnOverDbusAndAfterACameraRestartWithoutAnAutotune)
 {
         auto camera = std::make_unique<SimCameraProcess>(Strings{"--pan", "120"});
-        unit.configure("pass", "name=ZPT-6100\n");
         // With tracking off the service takes no scenes until the operator switches it on.
-        std::string conf = unit.conf_text();
-        unit.write_conf(conf.replace(conf.find("\nenabled=true\n"), 14, "\nenabled=false\n")); // throws if missing
+        unit.configure("pass", "name=ZPT-6100\n", false);
         std::unique_ptr<ServiceProcess> service = unit.start_service();
         ASSERT_TRUE(service->events().wait_for_states({"connecting", "connected"}));
         g_autoptr(GDBusConnection) bus = private_bus_connect(service->bus_address());

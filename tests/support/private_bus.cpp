@@ -18,11 +18,6 @@ PrivateBus::PrivateBus(const std::string &config)
         g_setenv("DBUS_SYSTEM_BUS_ADDRESS", address_.c_str(), TRUE);
 }
 
-std::string private_bus_unreachable_address()
-{
-        return "unix:path=/nonexistent/trelvo-no-bus/system_bus_socket";
-}
-
 GDBusConnection *private_bus_connect(const std::string &address)
 {
         g_autoptr(GError) error = nullptr;

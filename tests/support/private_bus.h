@@ -29,9 +29,6 @@ private:
         std::string address_;
 };
 
-// An address where no bus listens, for a child that must find no system bus at all.
-std::string private_bus_unreachable_address();
-
 // A client connection of its own to the bus at address (GIO's shared system-bus
 // connection may belong to a bus that an earlier test stopped); null, with a test
 // failure, when it cannot connect. Unref it.

@@ -27,7 +27,7 @@ std::vector<std::string> service_wrapper(void)
 
 ServiceProcess::ServiceProcess(const ServiceOptions &options)
 {
-        bus_address_ = private_bus_unreachable_address();
+        bus_address_ = "unix:path=/nonexistent/trelvo-no-bus/system_bus_socket"; // where no bus listens
         if (options.bus == ServiceBus::private_with_zones) {
                 bus_ = std::make_unique<PrivateBus>(options.bus_config);
                 zones_ = std::make_unique<SimZonesProcess>(bus_->address());

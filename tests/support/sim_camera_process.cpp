@@ -96,11 +96,6 @@ bool SimCameraProcess::teleport(double pan, double tilt, double zoom)
         return control("POST", "/position" + sim_camera_position_query(pan, tilt, zoom), "position").status == 200;
 }
 
-bool SimCameraProcess::set_home(double pan, double tilt, double zoom)
-{
-        return control("POST", "/home" + sim_camera_position_query(pan, tilt, zoom), "home").status == 200;
-}
-
 bool SimCameraProcess::wait_for(const std::function<bool(const SimCameraStatus &)> &condition, const std::string &what,
                                 double seconds)
 {

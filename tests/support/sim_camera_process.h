@@ -50,7 +50,6 @@ public:
         std::vector<SimCameraRequest> requests(uint64_t since = 0, uint64_t *next = nullptr);
         bool set_fault(const std::string &name, bool on);
         bool teleport(double pan, double tilt, double zoom);
-        bool set_home(double pan, double tilt, double zoom);
         // Until the status meets condition; else a test failure naming what, with the last status.
         bool wait_for(const std::function<bool(const SimCameraStatus &)> &condition, const std::string &what,
                       double seconds = 10.0);

@@ -17,15 +17,11 @@ SimUnit::SimUnit(const std::string &scenario, double rate_hz)
         radar_->wait_for_line("sim-radar: serving");
 }
 
-void SimUnit::configure(const std::string &password, const std::string &camera_lines)
+void SimUnit::configure(const std::string &password, const std::string &camera_lines, bool tracking)
 {
         g_autofree gchar *pass = encrypt_password(password.c_str());
-        write_conf("[camera]\nip=127.0.0.1\nuser=root\npass=" + std::string(pass) + "\n" + camera_lines +
-                   "\n[tracking]\nenabled=true\n");
-}
-
-void SimUnit::write_conf(const std::string &text) const
-{
+        const std::string text = "[camera]\nip=127.0.0.1\nuser=root\npass=" + std::string(pass) + "\n" +
+                                 camera_lines + "\n[tracking]\nenabled=" + (tracking ? "true" : "false") + "\n";
         if (!g_file_set_contents(directory_.file("trelvo.conf").c_str(), text.c_str(), -1, nullptr))
                 ADD_FAILURE() << "cannot write " << directory_.file("trelvo.conf");
 }

@@ -18,12 +18,11 @@ public:
         explicit SimUnit(const std::string &scenario, double rate_hz = 0.0);
 
         // Writes trelvo.conf: the camera at 127.0.0.1 (user root, this password, stored
-        // encrypted as the service would), tracking on, and any further lines for the
-        // "camera" group (e.g. "name=ZPT-6100\n").
-        void configure(const std::string &password, const std::string &camera_lines = "");
-        // The configuration file as it is now ("" when there is none), and replaced.
+        // encrypted as the service would), tracking on unless told otherwise, and any further
+        // lines for the "camera" group (e.g. "name=ZPT-6100\n").
+        void configure(const std::string &password, const std::string &camera_lines = "", bool tracking = true);
+        // The configuration file as it is now ("" when there is none).
         std::string conf_text() const;
-        void write_conf(const std::string &text) const;
         // The service on this directory's configuration and scene socket, once it runs.
         std::unique_ptr<ServiceProcess> start_service() const;
 

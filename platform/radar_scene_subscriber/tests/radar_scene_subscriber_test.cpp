@@ -47,12 +47,13 @@ bool wait_for_frames(size_t n)
         return poll_until([n] { return frames().size() >= n; }, 10, 1);
 }
 
-// Interrupts the reader thread with a signal once it is asleep in its wait.
+// Interrupts the reader thread with a signal once it is asleep in its wait; the handler
+// stays, as the signal may arrive after this returns.
 void interrupt_reader()
 {
-        struct sigaction nothing = {}, before = {};
+        struct sigaction nothing = {};
         nothing.sa_handler = [](int) {};
-        sigaction(SIGUSR1, &nothing, &before);
+        sigaction(SIGUSR1, &nothing, nullptr);
         pid_t reader = 0;
         ASSERT_TRUE(poll_until([&reader] {
                 g_autoptr(GDir) tasks = g_dir_open("/proc/self/task", 0, nullptr);
@@ -63,7 +64,6 @@ void interrupt_reader()
                 return reader > 0;
         }, 10));
         EXPECT_EQ(syscall(SYS_tgkill, getpid(), reader, SIGUSR1), 0);
-        sigaction(SIGUSR1, &before, nullptr);
 }
 
 class SubscriberTest : public ::testing::Test {

@@ -9,6 +9,7 @@
 #include "log_capture.h"
 #include "metadata_feed.h"
 #include "persistent.h"
+#include "ptz_commands.h"
 #include "private_bus.h"
 #include "settings.h"
 #include "settings_load.h"
@@ -237,6 +238,14 @@ TEST_F(CameraLink, PollsMarkMovingChannelsThenFollowsWithAMoveEachTickOneStopAnd
         tick(5);
         EXPECT_EQ(sent(), Strings{stop});
         tracker_remove_target(1, 9);
+
+        // A camera that refuses commands is reported once, and again after one went through.
+        LogCapture log;
+        for (const bool refuse : {true, true, false, true, false}) {
+                camera->set_fault("wrong_credentials", refuse);
+                camera_send_stop();
+        }
+        EXPECT_EQ(log.matching("WARNING: Camera refused a command with HTTP status 401: " + stop).size(), 2u);
 }
 
 // An axis as the autotune sees it: turns rate degrees per second per speed unit, at most
