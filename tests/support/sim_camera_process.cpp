@@ -7,15 +7,6 @@
 
 namespace {
 
-// The query of a position: pan, tilt and zoom.
-std::string sim_camera_position_query(double pan, double tilt, double zoom)
-{
-        char text[3][G_ASCII_DTOSTR_BUF_SIZE];
-        return std::string("?pan=") + g_ascii_dtostr(text[0], sizeof(text[0]), pan) +
-               "&tilt=" + g_ascii_dtostr(text[1], sizeof(text[1]), tilt) +
-               "&zoom=" + g_ascii_dtostr(text[2], sizeof(text[2]), zoom);
-}
-
 uint64_t sim_camera_count(const json_t *object, const char *key)
 {
         return static_cast<uint64_t>(json_member_integer(object, key));
@@ -93,7 +84,11 @@ bool SimCameraProcess::set_fault(const std::string &name, bool on)
 
 bool SimCameraProcess::teleport(double pan, double tilt, double zoom)
 {
-        return control("POST", "/position" + sim_camera_position_query(pan, tilt, zoom), "position").status == 200;
+        char text[3][G_ASCII_DTOSTR_BUF_SIZE];
+        const std::string query = std::string("?pan=") + g_ascii_dtostr(text[0], sizeof(text[0]), pan) +
+                                  "&tilt=" + g_ascii_dtostr(text[1], sizeof(text[1]), tilt) +
+                                  "&zoom=" + g_ascii_dtostr(text[2], sizeof(text[2]), zoom);
+        return control("POST", "/position" + query, "position").status == 200;
 }
 
 bool SimCameraProcess::wait_for(const std::function<bool(const SimCameraStatus &)> &condition, const std::string &what,
