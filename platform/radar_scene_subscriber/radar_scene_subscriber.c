@@ -76,15 +76,14 @@ static int rss_connect(void)
 }
 
 /* Waits until fd is readable (or hung up), the wake descriptor fires, or the time-out
- * passes. fd < 0 waits on the wake descriptor alone. */
+ * passes. fd < 0 waits on the wake descriptor alone: poll passes over a negative fd. */
 static RssWait rss_wait(int fd, int wake_fd, int timeout_ms)
 {
         struct pollfd fds[2] = {{.fd = wake_fd, .events = POLLIN}, {.fd = fd, .events = POLLIN}};
-        const nfds_t n = fd >= 0 ? 2 : 1;
         int ready;
 
         do
-                ready = poll(fds, n, timeout_ms);
+                ready = poll(fds, 2, timeout_ms);
         while (ready < 0 && errno == EINTR);
         if (ready < 0 || (fds[0].revents & POLLIN))
                 return RSS_WAIT_WOKEN;
