@@ -69,8 +69,6 @@ void seeds_scenes(const std::string &dir)
 {
         const SceneObject one_human = {1, 3, 0.1f, 0.1f, 10, 0};
         seeds_write(dir, "empty", seeds_frame(Scene()));
-        seeds_write(dir, "walkers", seeds_frame(seeds_scene({{7, 3, 0.1f, 0.2f, 20, 5}, {8, 4, -0.2f, 0.4f, 40, -17},
-                                                             {9, 5, 0, 0.9f, 90, 0.5f}, {10, 0, -0.8f, -0.9f, 2, 95}})));
         seeds_write(dir, "every_class", seeds_frame(seeds_scene({{1, 0, 0.1f, 0.1f, 10, 0}, {2, 1, 0.2f, 0.1f, 10, 3},
                                                                  {3, 2, 0.3f, 0.1f, 10, 6}, {4, 3, 0.4f, 0.1f, 10, 9},
                                                                  {5, 4, 0.5f, 0.1f, 10, 12}, {6, 5, 0.6f, 0.1f, 10, 15}})));

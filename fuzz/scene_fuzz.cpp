@@ -24,12 +24,6 @@ constexpr size_t frame_header_size = 4;
 constexpr size_t largest_delivered_frame = 64u * 1024u;
 constexpr int64_t tick_us = 100000;
 
-uint32_t scene_fuzz_read_length(const uint8_t *header)
-{
-        return (uint32_t{header[0]} << 24) | (uint32_t{header[1]} << 16) | (uint32_t{header[2]} << 8) |
-               uint32_t{header[3]};
-}
-
 // One zone with a triangle in the corner of the plane, so the exclusion test has work.
 void scene_fuzz_add_zone(void)
 {
@@ -62,7 +56,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         // never shorter than the length field says (the rest zero bytes).
         uint8_t header[frame_header_size] = {};
         memcpy(header, data, std::min(size, frame_header_size));
-        const size_t length = std::max({size, size_t{scene_fuzz_read_length(header)}, frame_header_size});
+        const uint32_t claimed = (uint32_t{header[0]} << 24) | (header[1] << 16) | (header[2] << 8) | header[3];
+        const size_t length = std::max({size, size_t{claimed}, frame_header_size});
         if (length > largest_delivered_frame)
                 return 0;
         auto *frame = static_cast<uint8_t *>(calloc(length, 1));
