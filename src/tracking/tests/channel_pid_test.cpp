@@ -101,7 +101,9 @@ TEST_F(Pid, AutotuneWithoutSteadyCyclesGivesUpAfter25SecondsWithoutAResult)
         pan.autotune_start(0.0f, 35.0f);
         float command = 0.0f;
         int64_t t = 0;
-        for (; !pan.autotune_step(&command, 1.0f) && t < 30'000; t += 50)
+        // Cycles of even swing whose periods alternate between 1 and 3 s: never steady.
+        const auto unsteady = [](int64_t ms) { return ms % 4000 < 500 || (ms % 4000 >= 1000 && ms % 4000 < 2500); };
+        for (; !pan.autotune_step(&command, unsteady(t) ? 5.0f : -5.0f) && t < 30'000; t += 50)
                 clock_advance_us(50'000);
         EXPECT_EQ(t, 25'050);
         EXPECT_FALSE(pan.autotune_finished());
