@@ -47,8 +47,7 @@ bool wait_for_frames(size_t n)
         return poll_until([n] { return frames().size() >= n; }, 10, 1);
 }
 
-// Interrupts the reader thread with a signal once it is asleep in its wait; the handler
-// stays, as the signal may arrive after this returns.
+// Signals the reader thread once it sleeps in its wait (the handler stays: it may land later).
 void interrupt_reader()
 {
         struct sigaction nothing = {};

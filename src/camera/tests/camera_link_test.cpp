@@ -210,8 +210,7 @@ TEST_F(CameraLink, PollsMarkMovingChannelsThenFollowsWithAMoveEachTickOneStopAnd
         tick(30);
         EXPECT_TRUE(sent().empty());
 
-        // Moved by exactly 2 degrees after it settled: still home; by more, or with return to
-        // home switched off and on again meanwhile (0): left where it was put.
+        // Moved by exactly 2 degrees: still home; by more, or return to home off and on meanwhile (0): not.
         for (const float moved_by : {2.0f, 2.5f, 0.0f}) {
                 tracker_update_target(1, 8, 40.0f, -10.0f, 4.0f);
                 tick(3);
