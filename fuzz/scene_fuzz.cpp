@@ -6,6 +6,7 @@
 #include "exclude_areas.h"
 #include "fuzz_support.h"
 #include "radar_metadata.h"
+#include "scene_frame.h"
 #include "settings.h"
 #include "tracking.h"
 
@@ -56,8 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         // never shorter than the length field says (the rest zero bytes).
         uint8_t header[frame_header_size] = {};
         memcpy(header, data, std::min(size, frame_header_size));
-        const uint32_t claimed = (uint32_t{header[0]} << 24) | (header[1] << 16) | (header[2] << 8) | header[3];
-        const size_t length = std::max({size, size_t{claimed}, frame_header_size});
+        const size_t length = std::max({size, size_t{scene_frame_read_length(header)}, frame_header_size});
         if (length > largest_delivered_frame)
                 return 0;
         auto *frame = static_cast<uint8_t *>(calloc(length, 1));

@@ -4,13 +4,13 @@ namespace {
 
 constexpr uint32_t scene_frame_header_size = 4;
 
+} // namespace
+
 uint32_t scene_frame_read_length(const uint8_t *frame)
 {
         return (uint32_t{frame[0]} << 24) | (uint32_t{frame[1]} << 16) | (uint32_t{frame[2]} << 8) |
                uint32_t{frame[3]};
 }
-
-} // namespace
 
 SceneFrameResult scene_frame_decode(const uint8_t *frame, Scene &scene)
 {

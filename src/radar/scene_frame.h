@@ -21,6 +21,8 @@ struct SceneFrameResult {
 // should be freshly constructed). The delivering library guarantees the buffer holds at
 // least as many bytes as its length field says.
 SceneFrameResult scene_frame_decode(const uint8_t *frame, Scene &scene);
+// The frame's length field: its first four bytes, big-endian.
+uint32_t scene_frame_read_length(const uint8_t *frame);
 
 // Why an object cannot become a target, in the order the checks apply.
 enum class SceneObjectFault {
