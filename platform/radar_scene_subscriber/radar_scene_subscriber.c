@@ -129,8 +129,10 @@ static uint8_t *rss_receive_packet(int fd, size_t *size)
 
 static uint32_t rss_read_be32(const uint8_t *bytes)
 {
-        return ((uint32_t)bytes[0] << 24) | ((uint32_t)bytes[1] << 16) | ((uint32_t)bytes[2] << 8) |
-               (uint32_t)bytes[3];
+        uint32_t big_endian;
+
+        memcpy(&big_endian, bytes, sizeof(big_endian));
+        return GUINT32_FROM_BE(big_endian);
 }
 
 /* Grows a packet so that it is never shorter than its own length field says, with zero

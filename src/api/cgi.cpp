@@ -406,34 +406,39 @@ int cgi_set_tracking_enabled(const RcgiRequest *request, RcgiResponse *response)
         return cgi_answer_empty(response);
 }
 
-// Flags: whether the method takes parameters, and whether it is offered (all are).
+// The library's two flags per method: a method that takes parameters is refused without
+// them, and a method that is not offered answers as unknown (every one is offered).
+constexpr int takes_params = 1;
+constexpr int no_params = 0;
+constexpr int offered = 1;
+
 constexpr RcgiMethod cgi_methods[] = {
-        {"getCameraConnection", cgi_get_camera_connection, 0, 1},
-        {"getCameraMountingHeight", cgi_get_camera_mounting_height, 0, 1},
-        {"getCameraPanOffset", cgi_get_camera_pan_offset, 0, 1},
-        {"getCameraTiltOffset", cgi_get_camera_tilt_offset, 0, 1},
-        {"getCameraZoomDegree", cgi_get_camera_zoom_degree, 0, 1},
-        {"getCapabilities", cgi_get_capabilities, 0, 1},
-        {"getGuardTourEnabled", cgi_get_guard_tour_enabled, 0, 1},
-        {"getGuardTourTime", cgi_get_guard_tour_time, 0, 1},
-        {"getObjectTypesToTrack", cgi_get_object_types_to_track, 0, 1},
-        {"getReturnToHomeEnabled", cgi_get_return_to_home_enabled, 0, 1},
-        {"getReturnToHomeTimeout", cgi_get_return_to_home_timeout, 0, 1},
-        {"getTrackingEnabled", cgi_get_tracking_enabled, 0, 1},
-        {"saveCameraPanOffset", cgi_save_camera_pan_offset, 0, 1},
-        {"saveCameraTiltOffset", cgi_save_camera_tilt_offset, 0, 1},
-        {"setCameraConnection", cgi_set_camera_connection, 1, 1},
-        {"setCameraMountingHeight", cgi_set_camera_mounting_height, 1, 1},
-        {"setCameraPanOffset", cgi_set_camera_pan_offset, 1, 1},
-        {"setCameraTiltOffset", cgi_set_camera_tilt_offset, 1, 1},
-        {"setCameraZoomDegree", cgi_set_camera_zoom_degree, 1, 1},
-        {"setGuardTourEnabled", cgi_set_guard_tour_enabled, 1, 1},
-        {"setGuardTourTime", cgi_set_guard_tour_time, 1, 1},
-        {"setObjectTypesToTrack", cgi_set_object_types_to_track, 1, 1},
-        {"setReturnToHomeEnabled", cgi_set_return_to_home_enabled, 1, 1},
-        {"setReturnToHomeTimeout", cgi_set_return_to_home_timeout, 1, 1},
-        {"setTrackingEnabled", cgi_set_tracking_enabled, 1, 1},
-        {nullptr, nullptr, 0, 0},
+        {"getCameraConnection", cgi_get_camera_connection, no_params, offered},
+        {"getCameraMountingHeight", cgi_get_camera_mounting_height, no_params, offered},
+        {"getCameraPanOffset", cgi_get_camera_pan_offset, no_params, offered},
+        {"getCameraTiltOffset", cgi_get_camera_tilt_offset, no_params, offered},
+        {"getCameraZoomDegree", cgi_get_camera_zoom_degree, no_params, offered},
+        {"getCapabilities", cgi_get_capabilities, no_params, offered},
+        {"getGuardTourEnabled", cgi_get_guard_tour_enabled, no_params, offered},
+        {"getGuardTourTime", cgi_get_guard_tour_time, no_params, offered},
+        {"getObjectTypesToTrack", cgi_get_object_types_to_track, no_params, offered},
+        {"getReturnToHomeEnabled", cgi_get_return_to_home_enabled, no_params, offered},
+        {"getReturnToHomeTimeout", cgi_get_return_to_home_timeout, no_params, offered},
+        {"getTrackingEnabled", cgi_get_tracking_enabled, no_params, offered},
+        {"saveCameraPanOffset", cgi_save_camera_pan_offset, no_params, offered},
+        {"saveCameraTiltOffset", cgi_save_camera_tilt_offset, no_params, offered},
+        {"setCameraConnection", cgi_set_camera_connection, takes_params, offered},
+        {"setCameraMountingHeight", cgi_set_camera_mounting_height, takes_params, offered},
+        {"setCameraPanOffset", cgi_set_camera_pan_offset, takes_params, offered},
+        {"setCameraTiltOffset", cgi_set_camera_tilt_offset, takes_params, offered},
+        {"setCameraZoomDegree", cgi_set_camera_zoom_degree, takes_params, offered},
+        {"setGuardTourEnabled", cgi_set_guard_tour_enabled, takes_params, offered},
+        {"setGuardTourTime", cgi_set_guard_tour_time, takes_params, offered},
+        {"setObjectTypesToTrack", cgi_set_object_types_to_track, takes_params, offered},
+        {"setReturnToHomeEnabled", cgi_set_return_to_home_enabled, takes_params, offered},
+        {"setReturnToHomeTimeout", cgi_set_return_to_home_timeout, takes_params, offered},
+        {"setTrackingEnabled", cgi_set_tracking_enabled, takes_params, offered},
+        {}, // the end: every field zero
 };
 
 constexpr RcgiApiVersion cgi_versions[] = {

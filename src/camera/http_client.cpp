@@ -19,8 +19,7 @@ struct HttpClient {
         gchar *https_port = nullptr;
         gboolean use_https = FALSE;
         CURL *handle = nullptr;
-        gchar *response = nullptr;
-        guint32 response_length = 0;
+        GString *response = nullptr; // the body of the pass under way
         gboolean warn_no_address = TRUE;
 };
 
@@ -29,19 +28,19 @@ HttpClient http;
 size_t http_write_cb(char *data, size_t size, size_t count, void *)
 {
         const size_t n = size * count;
-        if (http.response_length + n > http_max_body_bytes)
+        if (!http.response)
+                http.response = g_string_sized_new(n);
+        if (http.response->len + n > http_max_body_bytes)
                 return 0; // libcurl ends the transfer with a write error
-        http.response = static_cast<gchar *>(g_realloc(http.response, http.response_length + n + 1));
-        memcpy(http.response + http.response_length, data, n);
-        http.response_length += static_cast<guint32>(n);
-        http.response[http.response_length] = '\0';
+        g_string_append_len(http.response, data, static_cast<gssize>(n));
         return n;
 }
 
 void http_forget_response(void)
 {
-        g_clear_pointer(&http.response, g_free);
-        http.response_length = 0;
+        if (http.response)
+                g_string_free(http.response, TRUE);
+        http.response = nullptr;
 }
 
 template <typename T>
@@ -143,7 +142,8 @@ long http_request(const char *path, gchar **body)
         http.warn_no_address = TRUE;
 
         const int64_t started_us = clock_now_us();
-        int retries = 0;
+        // A refused connection tries the other scheme, once, and not after a redirect.
+        bool scheme_switched = false;
         int redirects = 0;
         long status = 0;
         for (;;) {
@@ -151,9 +151,9 @@ long http_request(const char *path, gchar **body)
                 if (!http_set_url(path) || !http_setopt(CURLOPT_TIMEOUT_MS, http_remaining_ms(started_us)))
                         return 0;
                 const CURLcode result = curl_easy_perform(http.handle);
-                if (retries == 0 && result == CURLE_COULDNT_CONNECT) {
+                if (!scheme_switched && result == CURLE_COULDNT_CONNECT) {
                         http.use_https = !http.use_https;
-                        retries = 1;
+                        scheme_switched = true;
                         continue;
                 }
                 if (result != CURLE_OK) {
@@ -174,12 +174,12 @@ long http_request(const char *path, gchar **body)
                 const char *location = nullptr;
                 curl_easy_getinfo(http.handle, CURLINFO_REDIRECT_URL, &location);
                 http.use_https = location && g_str_has_prefix(location, "https://");
-                retries++;
+                scheme_switched = true;
                 redirects++;
         }
 
-        if (body && http.response_length > 0) {
-                *body = http.response;
+        if (body && http.response && http.response->len > 0) {
+                *body = g_string_free(http.response, FALSE);
                 http.response = nullptr;
         }
         http_forget_response();

@@ -1,5 +1,9 @@
 #include "scene_frame.h"
 
+#include <glib.h>
+
+#include <cstring>
+
 namespace {
 
 constexpr uint32_t scene_frame_header_size = 4;
@@ -8,8 +12,9 @@ constexpr uint32_t scene_frame_header_size = 4;
 
 uint32_t scene_frame_read_length(const uint8_t *frame)
 {
-        return (uint32_t{frame[0]} << 24) | (uint32_t{frame[1]} << 16) | (uint32_t{frame[2]} << 8) |
-               uint32_t{frame[3]};
+        uint32_t big_endian;
+        std::memcpy(&big_endian, frame, sizeof(big_endian));
+        return GUINT32_FROM_BE(big_endian);
 }
 
 SceneFrameResult scene_frame_decode(const uint8_t *frame, Scene &scene)
