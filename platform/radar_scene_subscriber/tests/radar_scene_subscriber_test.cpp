@@ -8,10 +8,12 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
 #include <mutex>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <thread>
+#include <utility>
 #include <unistd.h>
 
 namespace {
@@ -151,6 +153,32 @@ TEST_F(SubscriberTest, ReconnectsToARestartedProviderKeepsOldNamesReadableAndRes
         subscribe(restarted, 2);
         restarted.publisher().publish(frame.data(), frame.size());
         EXPECT_TRUE(wait_for_frames(2));
+}
+
+// A service started with standard input closed gets descriptor 0 for the first one it opens.
+TEST_F(SubscriberTest, TakesDescriptorZeroLikeAnyOther)
+{
+        InProcessProvider provider(path_, {"Human"});
+        ASSERT_TRUE(provider.ok()) << provider.error();
+        const int saved_stdin = dup(0);
+        close(0);
+        RadarSceneSubscriber *waking_on_zero = radar_scene_subscriber_create(0, 3, 0);
+        subscriber_ = waking_on_zero;
+        subscribe(provider, 1);
+        ASSERT_EQ(radar_scene_subscriber_unsubscribe(subscriber_), 0);
+        subscriber_ = radar_scene_subscriber_create(0, 3, 0);
+        radar_scene_subscriber_delete(waking_on_zero);
+        EXPECT_EQ(fcntl(0, F_GETFD), -1) << "the wake-up descriptor is closed";
+
+        char **names = nullptr;
+        EXPECT_EQ(radar_scene_subscriber_get_object_classifications(subscriber_, &names), 1) << "asked on 0";
+        subscribe(provider, 3); // the reader's connection is 0 again
+        const Bytes frame = {0, 0, 0, 5, 0x04};
+        provider.publisher().publish(frame.data(), frame.size());
+        EXPECT_TRUE(wait_for_frames(1));
+        radar_scene_subscriber_delete(std::exchange(subscriber_, nullptr));
+        dup2(saved_stdin, 0);
+        close(saved_stdin);
 }
 
 // A first packet without the "RSP1" greeting, or too short to hold it, names nothing.
