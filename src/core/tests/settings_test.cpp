@@ -11,8 +11,13 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-TEST(SettingsStore, ConnectionTripleComparesNullApartFromEmptyAndNeverLogsThePassword)
+TEST(SettingsStore, HoldsItsInitialValuesUntilLoadedAndComparesTheConnectionTripleNullApartFromEmpty)
 {
+        gboolean small, human, vehicle, unidentified;
+        settings_get_object_types(&small, &human, &vehicle, &unidentified);
+        EXPECT_EQ(std::tuple(small, human, vehicle, unidentified, settings_get_return_to_home_enabled(),
+                             settings_get_return_to_home_timeout()),
+                  std::tuple(0, 1, 1, 0, 0, 25));
         LogCapture log;
         settings_set_camera_connection("10.0.0.5", "admin", "s3cret");
         EXPECT_EQ(log.lines(), Lines{"INFO: Setting connection to admin@10.0.0.5"});
