@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
@@ -162,19 +163,16 @@ TEST_F(SubscriberTest, TakesDescriptorZeroLikeAnyOther)
         ASSERT_TRUE(provider.ok()) << provider.error();
         const int saved_stdin = dup(0);
         close(0);
-        RadarSceneSubscriber *waking_on_zero = radar_scene_subscriber_create(0, 3, 0);
-        subscriber_ = waking_on_zero;
+        RadarSceneSubscriber *waking_on_zero = subscriber_ = radar_scene_subscriber_create(0, 3, 0);
         subscribe(provider, 1);
         ASSERT_EQ(radar_scene_subscriber_unsubscribe(subscriber_), 0);
         subscriber_ = radar_scene_subscriber_create(0, 3, 0);
         radar_scene_subscriber_delete(waking_on_zero);
         EXPECT_EQ(fcntl(0, F_GETFD), -1) << "the wake-up descriptor is closed";
-
         char **names = nullptr;
         EXPECT_EQ(radar_scene_subscriber_get_object_classifications(subscriber_, &names), 1) << "asked on 0";
         subscribe(provider, 3); // the reader's connection is 0 again
-        const Bytes frame = {0, 0, 0, 5, 0x04};
-        provider.publisher().publish(frame.data(), frame.size());
+        provider.publisher().publish(std::array<uint8_t, 5>{0, 0, 0, 5, 4}.data(), 5);
         EXPECT_TRUE(wait_for_frames(1));
         radar_scene_subscriber_delete(std::exchange(subscriber_, nullptr));
         dup2(saved_stdin, 0);
