@@ -2,6 +2,8 @@
 // the real settings store, configuration file (the sandbox's private directory) and
 // scene intake (a radar served in-process), driven over HTTP by a client thread while
 // this thread runs the main loop. Every change is read back and found in the file.
+#include "camera.h"
+#include "camera_connection.h"
 #include "cgi.h"
 #include "json_post.h"
 #include "in_process_provider.h"
@@ -299,6 +301,13 @@ TEST_F(Cgi, CameraAddressesOfSevenOrMoreCharactersMustBeStrictDottedQuads)
         EXPECT_EQ(call("setCameraConnection", R"({"ip": "1.2.34", "user": "op", "pass": "pw"})"), accepted);
         EXPECT_EQ(saved("camera", "ip") + " " + saved("camera", "user"), "1.2.34 op");
         EXPECT_EQ(saved("camera", "pass").find_first_not_of("0123456789abcdef"), std::string::npos) << "encrypted";
+
+        // The link connects to a new address at its next tick.
+        ptz_control_tick(nullptr);
+        EXPECT_EQ(call("setCameraConnection", R"({"ip": "127.0.0.1", "user": "op", "pass": "pw"})"), accepted);
+        ptz_control_tick(nullptr);
+        EXPECT_EQ(camera_connection_state(), CAMERA_CONNECTING);
+        ptz_control_teardown();
 }
 
 } // namespace

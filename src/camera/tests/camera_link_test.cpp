@@ -378,6 +378,10 @@ TEST_F(CameraLink, StreamFeedsPositionsUntilItDropsThenPollingReprobesAndStartsA
         EXPECT_EQ(first, nullptr) << "the new stream released the old pipeline";
         camera->teleport(-40.0, -5.0, 100);
         EXPECT_TRUE(run_until([] { return std::fabs(camera_position_get().pan + 40.0f) < 0.01f; }));
+        settings_set_camera_connection("", "root", "pass");
+        camera_request_reconnect();
+        ptz_control_tick(nullptr);
+        EXPECT_EQ(metadata_pipeline_current(), nullptr) << "no camera, no stream";
 }
 
 void post(GstElement *pipeline, bool error, GQuark domain, int code, const char *text)
