@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <functional>
 #include <memory>
 
 namespace {
@@ -32,14 +31,6 @@ public:
 };
 
 const auto *const environment = ::testing::AddGlobalTestEnvironment(new BusEnvironment);
-
-bool iterate_until(const std::function<bool()> &condition)
-{
-        const gint64 deadline = g_get_monotonic_time() + 20 * G_TIME_SPAN_SECOND;
-        while (!condition() && g_get_monotonic_time() < deadline)
-                g_main_context_iteration(nullptr, FALSE);
-        return condition();
-}
 
 // Everything the bus sent before now has been dispatched on the main context: a call to
 // the bus daemon is answered after the signals queued ahead of its reply.

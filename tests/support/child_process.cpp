@@ -53,6 +53,15 @@ bool poll_until(const std::function<bool()> &done, double seconds, int interval_
         }
 }
 
+bool iterate_until(const std::function<bool()> &done, double seconds)
+{
+        return poll_until([&] {
+                while (g_main_context_iteration(nullptr, FALSE)) {
+                }
+                return done();
+        }, seconds, 1);
+}
+
 ChildProcess::ChildProcess(const std::vector<std::string> &argv, const std::vector<std::string> &env, int listen_fd)
     : name_(argv.empty() ? "" : argv[0])
 {
@@ -233,15 +242,6 @@ std::vector<std::string> ChildProcess::lines() const
 {
         std::lock_guard lock(mutex_);
         return lines_;
-}
-
-std::vector<std::string> ChildProcess::matching(const std::string &text) const
-{
-        std::vector<std::string> out;
-        for (const std::string &line : lines())
-                if (line.find(text) != std::string::npos)
-                        out.push_back(line);
-        return out;
 }
 
 std::string ChildProcess::tail(size_t n) const

@@ -5,6 +5,8 @@
 // ChildProcess is destroyed while it still runs.
 #pragma once
 
+#include "log_capture.h"
+
 #include <sys/types.h>
 
 #include <condition_variable>
@@ -30,6 +32,8 @@ std::vector<std::string> sanitizer_options_without_leak_check();
 // Asks done every interval_ms until it holds, for at most seconds; whether it came to hold.
 // For what another process changes: nothing in this one wakes the wait.
 bool poll_until(const std::function<bool()> &done, double seconds, int interval_ms = 20);
+// The same for what this thread's main loop brings about: it runs between the asks.
+bool iterate_until(const std::function<bool()> &done, double seconds = child_default_wait_s);
 
 class ChildProcess {
 public:
@@ -56,7 +60,7 @@ public:
         bool exited();
 
         std::vector<std::string> lines() const;
-        std::vector<std::string> matching(const std::string &text) const;
+        std::vector<std::string> matching(const std::string &text) const { return lines_containing(lines(), text); }
         // The last n lines, for failure messages.
         std::string tail(size_t n = 30) const;
 

@@ -55,10 +55,10 @@ std::vector<std::string> LogCapture::lines() const
         return captured;
 }
 
-std::vector<std::string> LogCapture::matching(const std::string &text) const
+std::vector<std::string> lines_containing(const std::vector<std::string> &lines, const std::string &text)
 {
         std::vector<std::string> out;
-        for (const std::string &line : lines())
+        for (const std::string &line : lines)
                 if (line.find(text) != std::string::npos)
                         out.push_back(line);
         return out;

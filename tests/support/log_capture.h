@@ -5,6 +5,9 @@
 #include <string>
 #include <vector>
 
+// The lines that contain text, in order.
+std::vector<std::string> lines_containing(const std::vector<std::string> &lines, const std::string &text);
+
 class LogCapture {
 public:
         LogCapture();
@@ -13,7 +16,7 @@ public:
         LogCapture &operator=(const LogCapture &) = delete;
 
         std::vector<std::string> lines() const;
-        std::vector<std::string> matching(const std::string &text) const;
+        std::vector<std::string> matching(const std::string &text) const { return lines_containing(lines(), text); }
         void clear();
         // Takes the log back from whoever replaced the handler since construction.
         void install();

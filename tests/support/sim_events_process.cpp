@@ -16,7 +16,6 @@ SimEventCall sim_events_parse_call(const json_t *object)
                             .args = json_member_text(object, "args"),
                             .state = json_member_text(object, "state"),
                             .time = json_member_integer(object, "time"),
-                            .sender = json_member_text(object, "sender"),
                             .failed = json_is_true(json_object_get(object, "failed"))};
 }
 

@@ -17,7 +17,6 @@ struct SimEventCall {
         std::string args;   // the arguments as GVariant text
         std::string state;  // a SendEvent's "state" value, else ""
         int64_t time = 0;   // a SendEvent's time, microseconds since the epoch, else 0
-        std::string sender; // the caller's unique bus name
         bool failed = false; // answered with an error
 };
 

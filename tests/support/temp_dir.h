@@ -31,6 +31,13 @@ private:
         std::string path_;
 };
 
+// A string the code under test handed over to free, as text; "(null)" for none.
+inline std::string taken(gchar *text)
+{
+        g_autofree gchar *owned = text;
+        return owned ? owned : "(null)";
+}
+
 // The file's whole text, "" when it cannot be read.
 inline std::string file_text(const std::string &path)
 {

@@ -23,7 +23,6 @@
 #include <algorithm>
 #include <cmath>
 #include <deque>
-#include <functional>
 #include <memory>
 #include <tuple>
 
@@ -341,16 +340,6 @@ TEST_F(CameraLink, AutotuneGivesUpAfterThreeFailedAttemptsKeepingTheOldGainsAndN
         EXPECT_EQ(sent().back(), "zelk-cgi/com/ptz.cgi?pan=0.000000&tilt=-3.600000&zoom=1.000000");
 }
 
-// Runs the main loop (its timers and GStreamer's bus watch) until condition holds.
-bool run_until(const std::function<bool()> &condition, double seconds = 15.0)
-{
-        const int64_t deadline = g_get_monotonic_time() + static_cast<int64_t>(seconds * 1e6);
-        while (!condition() && g_get_monotonic_time() < deadline)
-                if (!g_main_context_iteration(nullptr, FALSE))
-                        g_usleep(1000);
-        return condition();
-}
-
 TEST_F(CameraLink, StreamFeedsPositionsUntilItDropsThenPollingReprobesAndStartsANewOne)
 {
         clock_use_real(); // the stream and its fall-back run on the loop's real timers
@@ -362,7 +351,7 @@ TEST_F(CameraLink, StreamFeedsPositionsUntilItDropsThenPollingReprobesAndStartsA
         g_object_add_weak_pointer(G_OBJECT(first), reinterpret_cast<gpointer *>(&first));
 
         camera->teleport(30.0, -12.0, 2500);
-        EXPECT_TRUE(run_until([] {
+        EXPECT_TRUE(iterate_until([] {
                 const CameraPosition p = camera_position_get();
                 return std::fabs(p.pan - 30.0f) < 0.01f && p.zoom_position == 2500;
         })) << "positions over the stream; the camera sent " << camera->status().rtsp_packets
@@ -370,14 +359,14 @@ TEST_F(CameraLink, StreamFeedsPositionsUntilItDropsThenPollingReprobesAndStartsA
         const uint64_t polls = camera->requests().size();
 
         camera->set_fault("stream_drop", true);
-        EXPECT_TRUE(run_until([&] { return events->states().back() == "disconnected"; }));
+        EXPECT_TRUE(iterate_until([&] { return events->states().back() == "disconnected"; }));
         camera->set_fault("stream_drop", false);
-        EXPECT_TRUE(run_until([&] { return events->states().back() == "connected"; }));
+        EXPECT_TRUE(iterate_until([&] { return events->states().back() == "connected"; }));
         EXPECT_EQ(events->states(), (Strings{"connecting", "connected", "disconnected", "connected"}));
         EXPECT_GT(camera->requests().size(), polls) << "polled while the stream was down";
         EXPECT_EQ(first, nullptr) << "the new stream released the old pipeline";
         camera->teleport(-40.0, -5.0, 100);
-        EXPECT_TRUE(run_until([] { return std::fabs(camera_position_get().pan + 40.0f) < 0.01f; }));
+        EXPECT_TRUE(iterate_until([] { return std::fabs(camera_position_get().pan + 40.0f) < 0.01f; }));
         settings_set_camera_connection("", "root", "pass");
         camera_request_reconnect();
         ptz_control_tick(nullptr);
@@ -407,7 +396,7 @@ TEST_F(CameraLink, OnlyAReadErrorOfTheStreamHandsBackToTheConnectionManager)
         post(pipeline, true, GST_CORE_ERROR, GST_RESOURCE_ERROR_READ, "core failed");
         post(pipeline, true, GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_READ, "read failed again");
         clock_use_real();
-        EXPECT_TRUE(run_until([&] { return log.matching("ERROR: metadata-pipeline: ").size() >= 4; }));
+        EXPECT_TRUE(iterate_until([&] { return log.matching("ERROR: metadata-pipeline: ").size() >= 4; }));
         EXPECT_EQ(log.matching("ERROR: metadata-pipeline: ").size(), 4u);
         EXPECT_EQ(handed_back, 2) << "the read warning and the read error; " << testing::PrintToString(log.lines());
         metadata_pipeline_stop();

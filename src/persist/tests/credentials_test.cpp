@@ -1,5 +1,6 @@
 #include "credentials.h"
 #include "log_capture.h"
+#include "temp_dir.h"
 
 #include <gtest/gtest.h>
 
@@ -11,24 +12,15 @@ namespace {
 // key derivation by hand, the cipher by the openssl command line.
 constexpr const char *s3cret_text = "61bb09aa7cd86abc3df65e7bb9f677e7";
 
-std::string own(gchar *text)
-{
-        std::string copy(text);
-        g_free(text);
-        return copy;
-}
-
 std::string encrypted(const std::string &plain)
 {
-        return own(encrypt_password(plain.c_str()));
+        return taken(encrypt_password(plain.c_str()));
 }
 
 // Only the sandbox's network namespace has this eth0, and only there may a test change it.
 bool sandbox_eth0()
 {
-        gchar *address = nullptr;
-        g_file_get_contents("/sys/class/net/eth0/address", &address, nullptr, nullptr);
-        return address && own(address) == "02:00:5e:10:00:01\n";
+        return file_text("/sys/class/net/eth0/address") == "02:00:5e:10:00:01\n";
 }
 
 void ip_link(const std::string &arguments)
@@ -48,11 +40,11 @@ TEST(Credentials, TextsMatchKnownAnswersHaveTheirLengthAndRoundTrip)
                 EXPECT_EQ(text.size(), static_cast<size_t>(text_length)) << length;
                 EXPECT_EQ(text.find_first_not_of("0123456789abcdef"), std::string::npos) << text;
                 EXPECT_EQ(encrypted(plain), text) << "same password, same text";
-                EXPECT_EQ(own(decrypt_password(text.c_str())), plain);
+                EXPECT_EQ(taken(decrypt_password(text.c_str())), plain);
         }
-        EXPECT_EQ(own(decrypt_password("61BB#9AA7CD86ABC3DF65E7BB9F677E7")), "s3cret"); // any case; not a digit: 0
-        EXPECT_EQ(own(decrypt_password("61bb09aa7cd86abc3df65e7bb9f677e7f")), "s3cret"); // odd digit ignored
-        EXPECT_EQ(own(decrypt_password("7")) + own(decrypt_password("")) + own(decrypt_password(nullptr)), "");
+        EXPECT_EQ(taken(decrypt_password("61BB#9AA7CD86ABC3DF65E7BB9F677E7")), "s3cret"); // any case; not a digit: 0
+        EXPECT_EQ(taken(decrypt_password("61bb09aa7cd86abc3df65e7bb9f677e7f")), "s3cret"); // odd digit ignored
+        EXPECT_EQ(taken(decrypt_password("7")) + taken(decrypt_password("")) + taken(decrypt_password(nullptr)), "");
 }
 
 TEST(Credentials, TextsAreBoundToTheHardwareAddressAndSurviveAMissingEth0)
@@ -64,9 +56,9 @@ TEST(Credentials, TextsAreBoundToTheHardwareAddressAndSurviveAMissingEth0)
         ip_link("set eth0 address 02:00:5e:10:00:01 name eth9");
         LogCapture log;
         const std::string text = encrypted("s3cret");
-        const std::string again = own(decrypt_password(text.c_str()));
+        const std::string again = taken(decrypt_password(text.c_str()));
         ip_link("set eth9 name eth0 up");
-        EXPECT_NE(own(decrypt_password(elsewhere.c_str())), "s3cret");
+        EXPECT_NE(taken(decrypt_password(elsewhere.c_str())), "s3cret");
         EXPECT_EQ(again, "s3cret");
         EXPECT_NE(text, s3cret_text);
         EXPECT_EQ(log.lines(), std::vector<std::string>(2, "ERROR: get_mac_address: ioctl(SIOCGIFHWADDR): No such device"));

