@@ -116,7 +116,10 @@ TEST_F(Tracker, FollowsTheSameGroupUntilItGoesThenTheNearest)
         tracker.update_target(1, 2, -60, 0, 4);
         EXPECT_EQ(followed_pan(0), 60.0f) << "the first of equally near groups";
         tracker.update_target(1, 3, 0, 0, 4);
-        EXPECT_EQ(followed_pan(0), 60.0f) << "a nearer group does not take over";
+        tracker.update_target(1, 4, 150, 0, 4);
+        tracker.remove_target(1, 4);
+        advance(1001 * ms);
+        EXPECT_EQ(followed_pan(0), 60.0f) << "neither a nearer group nor the loss of another takes over";
         tracker.remove_target(1, 1);
         advance(1001 * ms);
         // The nearest of the rest, measured across the seam; then it sticks.
