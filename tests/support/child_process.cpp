@@ -55,10 +55,12 @@ bool poll_until(const std::function<bool()> &done, double seconds, int interval_
 
 bool iterate_until(const std::function<bool()> &done, double seconds)
 {
+        // Asked after each event, so that the test acts on the first that brings it about.
         return poll_until([&] {
-                while (g_main_context_iteration(nullptr, FALSE)) {
-                }
-                return done();
+                while (!done())
+                        if (!g_main_context_iteration(nullptr, FALSE))
+                                return false;
+                return true;
         }, seconds, 1);
 }
 
