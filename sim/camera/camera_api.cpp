@@ -274,8 +274,9 @@ void simcam_api_redirect(SoupServerMessage *msg, const ApiPort &to)
         g_autofree gchar *location = g_strdup_printf("%s://%s%s%s:%u/%s", to.scheme, literal_v6 ? "[" : "",
                                                      host ? host : api.config.address.c_str(), literal_v6 ? "]" : "",
                                                      static_cast<unsigned>(to.port), simcam_api_path(msg).c_str());
-        // Written as it is: the camera's Location names the port even when it is the default.
-        simcam_api_reply(msg, SOUP_STATUS_FOUND, "");
+        // Written as it is: the camera's Location names the port even when it is the default,
+        // and a page comes with it, as web servers send.
+        simcam_api_reply(msg, SOUP_STATUS_FOUND, "<html><body>Moved</body></html>\n");
         soup_message_headers_replace(soup_server_message_get_response_headers(msg), "Location", location);
 }
 

@@ -86,7 +86,9 @@ TEST(HttpClient, SwitchesToHttpsOnRefusalOrRedirectAndStaysThereAndBoundsRedirec
         for (const auto &[fault, schemes] : switches) {
                 SimCameraProcess camera({"--fault", fault});
                 connect_to("127.0.0.1");
-                EXPECT_EQ(http_request(position, nullptr), 200);
+                gchar *body = nullptr;
+                EXPECT_EQ(http_request(position, &body), 200);
+                EXPECT_EQ(taken(body).rfind("pan=", 0), 0u) << "the redirect's page is not part of the reply";
                 EXPECT_EQ(http_request(position, nullptr), 200);
                 EXPECT_EQ(schemes_of(camera), schemes);
                 EXPECT_EQ(camera.status().https_connections, 1u) << fault;
