@@ -46,8 +46,8 @@ TEST(MetadataPayload, ReadsPositionAndMoveStatusOfAnOnvifPtzStatusAndOnlyWholeVa
         EXPECT_EQ(std::tie(p.zoom_position, p.pan_moving, p.tilt_moving, p.zoom_moving), std::make_tuple(123, 1, 1, 0));
 
         reset_position();
-        p = parse("<tt:MoveStatus><tt:PanTilt>IDLE</tt:PanTilt><tt:Zoom>IDLE</tt:Zoom></tt:MoveStatus>");
-        EXPECT_EQ(p.pan, 11.0f) << "no position in it";
+        p = parse("<tt:MoveStatus><tt:PanTilt>IDLE</tt:PanTilt><tt:Zoom>IDLE");
+        EXPECT_EQ(p.pan, 11.0f) << "no position in it; the last status ends the payload";
         EXPECT_EQ(p.moving, 0);
 
         reset_position();
