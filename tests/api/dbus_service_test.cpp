@@ -29,8 +29,7 @@ struct Client {
                          const char *name = trelvo, const char *path = trelvo_path)
         {
                 g_autoptr(GVariant) reply = private_bus_call(connection, name, path, interface, method, args, error_name);
-                g_autofree gchar *text = reply ? g_variant_print(reply, FALSE) : nullptr;
-                return text ? text : "";
+                return reply ? taken(g_variant_print(reply, FALSE)) : "";
         }
         std::string tracking_enabled() { return call(properties, "Get", g_variant_new("(ss)", trelvo, "TrackingEnabled")); }
         std::string set_tracking_enabled(gboolean on) { return call(trelvo, "SetTrackingEnabled", g_variant_new("(b)", on)); }

@@ -1,5 +1,6 @@
 // A fresh directory under the temporary one, for a test's files and sockets; it goes with
-// whatever is left in it. Also the readers tests use on the files they find there.
+// whatever is left in it. Also the readers tests use on the files they find there, and
+// on the strings the code under test hands over.
 #pragma once
 
 #include <glib.h>
