@@ -21,10 +21,10 @@
 struct BusSource {
         GSource source;
         sd_bus *bus;     // one reference, released in finalize
-        gpointer fd_tag; // tag of the watched descriptor
-        gboolean ready;  // sd-bus has work now
-        int fd;          // descriptor currently watched, -1 before the first prepare
-        int events;      // sd-bus event mask last registered
+        gpointer fd_tag;   // tag of the watched descriptor
+        int fd;            // descriptor currently watched, -1 before the first prepare
+        int events;        // sd-bus event mask last registered
+        uint64_t until_us; // sd-bus's next deadline (CLOCK_MONOTONIC); 0: now, UINT64_MAX: none
 };
 
 struct DbusService {
@@ -106,53 +106,50 @@ void bus_source_log_timeout_failure(int r)
 }
 #pragma GCC diagnostic pop
 
-gboolean bus_source_prepare(GSource *base, gint *timeout)
+void bus_source_watch_fd(BusSource *source)
 {
-        auto *source = reinterpret_cast<BusSource *>(base);
-        source->ready = FALSE;
-        *timeout = -1;
-        uint64_t until_us = 0;
-        const int r = sd_bus_get_timeout(source->bus, &until_us);
-        if (r < 0) {
-                bus_source_log_timeout_failure(r);
-        } else if (until_us == 0) {
-                source->ready = TRUE;
-                return TRUE;
-        } else if (until_us != UINT64_MAX) {
-                *timeout = bus_source_timeout_ms(until_us);
-        }
-
         const int events = sd_bus_get_events(source->bus);
         const int fd = sd_bus_get_fd(source->bus);
         if (fd != source->fd) {
                 if (source->fd_tag)
-                        g_source_remove_unix_fd(base, source->fd_tag);
-                source->fd_tag = g_source_add_unix_fd(base, fd, bus_source_condition(events));
+                        g_source_remove_unix_fd(&source->source, source->fd_tag);
+                source->fd_tag = g_source_add_unix_fd(&source->source, fd, bus_source_condition(events));
                 source->fd = fd;
                 source->events = events;
         } else if (events != source->events) {
-                g_source_modify_unix_fd(base, source->fd_tag, bus_source_condition(events));
+                g_source_modify_unix_fd(&source->source, source->fd_tag, bus_source_condition(events));
                 source->events = events;
         }
-        return FALSE;
+}
+
+// A pending call's time-out is sd-bus's work too: it answers the call with an error.
+bool bus_source_deadline_passed(const BusSource *source)
+{
+        return source->until_us != UINT64_MAX && bus_source_timeout_ms(source->until_us) == 0;
+}
+
+gboolean bus_source_prepare(GSource *base, gint *timeout)
+{
+        auto *source = reinterpret_cast<BusSource *>(base);
+        bus_source_watch_fd(source);
+        const int r = sd_bus_get_timeout(source->bus, &source->until_us);
+        if (r < 0) {
+                bus_source_log_timeout_failure(r);
+                source->until_us = UINT64_MAX;
+        }
+        *timeout = source->until_us == UINT64_MAX ? -1 : bus_source_timeout_ms(source->until_us);
+        return bus_source_deadline_passed(source);
 }
 
 gboolean bus_source_check(GSource *base)
 {
         auto *source = reinterpret_cast<BusSource *>(base);
-        if (source->ready)
-                return source->ready;
-        if (source->fd_tag && g_source_query_unix_fd(base, source->fd_tag)) {
-                source->ready = TRUE;
-                return TRUE;
-        }
-        return FALSE;
+        return bus_source_deadline_passed(source) || g_source_query_unix_fd(base, source->fd_tag) != 0;
 }
 
-gboolean bus_source_dispatch(GSource *base, GSourceFunc callback, gpointer user_data)
+// GLib dispatches only after prepare or check found work.
+gboolean bus_source_dispatch(GSource *, GSourceFunc callback, gpointer user_data)
 {
-        if (!bus_source_check(base) || !callback)
-                return G_SOURCE_CONTINUE;
         return callback(user_data);
 }
 
@@ -170,8 +167,8 @@ BusSource *bus_source_new(sd_bus *bus)
         auto *source = reinterpret_cast<BusSource *>(g_source_new(&bus_source_funcs, sizeof(BusSource)));
         source->bus = sd_bus_ref(bus);
         source->fd_tag = nullptr;
-        source->ready = FALSE;
         source->fd = -1;
+        source->until_us = UINT64_MAX;
         return source;
 }
 
