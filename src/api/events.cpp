@@ -46,12 +46,12 @@ GVariant *events_fixed_values(void)
 
 GVariant *events_tags(void)
 {
-        const gchar *const topic1_tags[] = {"isApplicationData", nullptr};
-        const gchar *const state_tags[] = {"onvif-data", "property-state", nullptr};
+        const gchar *const topic1_tags[] = {"isApplicationData"};
+        const gchar *const state_tags[] = {"onvif-data", "property-state"};
         GVariantBuilder builder;
         g_variant_builder_init(&builder, G_VARIANT_TYPE("a{sv}"));
-        g_variant_builder_add(&builder, "{sv}", "topic1", g_variant_new_strv(topic1_tags, -1));
-        g_variant_builder_add(&builder, "{sv}", "state", g_variant_new_strv(state_tags, -1));
+        g_variant_builder_add(&builder, "{sv}", "topic1", g_variant_new_strv(topic1_tags, G_N_ELEMENTS(topic1_tags)));
+        g_variant_builder_add(&builder, "{sv}", "state", g_variant_new_strv(state_tags, G_N_ELEMENTS(state_tags)));
         return g_variant_builder_end(&builder);
 }
 

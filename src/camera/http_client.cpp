@@ -6,6 +6,7 @@
 #include <curl/curl.h>
 #include <net/if.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -86,7 +87,7 @@ bool http_set_url(const char *path)
 long http_remaining_ms(int64_t started_us)
 {
         const int64_t left = http_request_budget_ms - (clock_now_us() - started_us) / 1000;
-        return left > 0 ? static_cast<long>(left) : 1L;
+        return static_cast<long>(std::max<int64_t>(left, 1));
 }
 
 } // namespace

@@ -11,7 +11,7 @@ namespace {
 gboolean on_quit_signal(gpointer user_data)
 {
         g_main_loop_quit(static_cast<GMainLoop *>(user_data));
-        return FALSE;
+        return G_SOURCE_CONTINUE;
 }
 
 bool service_start(std::span<const ServiceStep> steps)
@@ -32,22 +32,6 @@ bool service_start(std::span<const ServiceStep> steps)
         return true;
 }
 
-// The quit signals as sources of their own, so that they can be removed with the loop
-// they point at (a second run in the same process must not quit a freed loop).
-GSource *service_add_quit_signal(int signum, GMainLoop *loop)
-{
-        GSource *source = g_unix_signal_source_new(signum);
-        g_source_set_callback(source, on_quit_signal, loop, nullptr);
-        g_source_attach(source, nullptr);
-        return source;
-}
-
-void service_remove_quit_signal(GSource *source)
-{
-        g_source_destroy(source);
-        g_source_unref(source);
-}
-
 void service_stop(std::span<const ServiceTeardown> teardowns)
 {
         for (const ServiceTeardown &teardown : teardowns) {
@@ -63,16 +47,18 @@ int service_run(int argc, char **argv, std::span<const ServiceStep> steps,
 {
         zk_log_stdout(argc, argv);
         GMainLoop *loop = g_main_loop_new(NULL, FALSE);
-        GSource *sigint = service_add_quit_signal(SIGINT, loop);
-        GSource *sigterm = service_add_quit_signal(SIGTERM, loop);
+        // Removed with the loop they point at: a second run in the same process must not
+        // quit a freed loop.
+        const guint sigint = g_unix_signal_add(SIGINT, on_quit_signal, loop);
+        const guint sigterm = g_unix_signal_add(SIGTERM, on_quit_signal, loop);
 
         const bool started = service_start(steps);
         if (started) {
                 log_debug("%sRunning");
                 g_main_loop_run(loop);
         }
-        service_remove_quit_signal(sigint);
-        service_remove_quit_signal(sigterm);
+        g_source_remove(sigint);
+        g_source_remove(sigterm);
         if (started)
                 g_main_loop_unref(loop);
         service_stop(teardowns);

@@ -57,14 +57,10 @@ unsigned hex_digit(char c)
 
 gchar *to_hex(const unsigned char *bytes, int length)
 {
-        static const char digits[] = "0123456789abcdef";
-        gchar *text = static_cast<gchar *>(g_malloc(2 * static_cast<gsize>(length) + 1));
-        for (int i = 0; i < length; i++) {
-                text[2 * i] = digits[bytes[i] >> 4];
-                text[2 * i + 1] = digits[bytes[i] & 0x0f];
-        }
-        text[2 * length] = '\0';
-        return text;
+        GString *text = g_string_new(nullptr);
+        for (int i = 0; i < length; i++)
+                g_string_append_printf(text, "%02x", bytes[i]);
+        return g_string_free(text, FALSE);
 }
 
 } // namespace

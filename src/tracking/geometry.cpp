@@ -68,17 +68,13 @@ void set_point_from_group(float group_pan, float group_tilt, float group_width, 
 
 float normalize_angle(float a)
 {
-        // A non-finite angle would never leave the loops, and a huge one would take forever
-        // (or not move at all once 360 is below its precision).
         if (!std::isfinite(a))
                 return 0.0f;
-        if (a >= 3600.0f || a <= -3600.0f)
-                a = std::fmod(a, 360.0f);
-        while (a < 0.0f)
+        a = std::fmod(a, 360.0f);
+        if (a < 0.0f)
                 a += 360.0f;
-        while (a >= 360.0f)
-                a -= 360.0f;
-        return a;
+        // A tiny negative angle rounds up to 360 itself.
+        return a < 360.0f ? a : 0.0f;
 }
 
 float angle_difference(float a, float b)

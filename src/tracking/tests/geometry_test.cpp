@@ -51,6 +51,7 @@ TEST(Geometry, CircularHelpersWrapAndCoverTheSmallestArc)
 {
         EXPECT_FLOAT_EQ(normalize_angle(-370.0f), 350.0f);
         EXPECT_FLOAT_EQ(normalize_angle(1e20f), std::fmod(1e20f, 360.0f)) << "terminates";
+        EXPECT_EQ(normalize_angle(-1e-6f), 0.0f) << "not 360";
         EXPECT_FLOAT_EQ(angle_difference(10, 350), 20.0f);
         EXPECT_FLOAT_EQ(angle_difference(350, 10), -20.0f);
         EXPECT_FLOAT_EQ(angle_difference(0, 180), -180.0f);
