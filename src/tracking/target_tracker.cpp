@@ -159,7 +159,7 @@ void TargetTracker::remove_target(uint32_t source, uint32_t object)
         TargetGroup *group = nullptr;
         TrackedTarget *target = find_target(source, object, &group);
         if (target)
-                target->present = 0;
+                target->present = false;
 }
 
 void TargetTracker::expire_and_rotate(int64_t now)
@@ -180,7 +180,7 @@ void TargetTracker::expire_and_rotate(int64_t now)
                 if (guard_tour_enabled() && group.followed && group.follow_start != 0 &&
                     clock_seconds_between(group.follow_start, now) > guard_tour_time() &&
                     groups_.size() >= 2) {
-                        group.followed = 0;
+                        group.followed = false;
                         group.unfollow_time = now;
                 }
 
@@ -262,18 +262,18 @@ TargetGroup *TargetTracker::select_guard_tour(int64_t now)
         std::stable_sort(groups_.begin(), groups_.end(),
                          [](const std::unique_ptr<TargetGroup> &a, const std::unique_ptr<TargetGroup> &b) {
                                  if (a->followed != b->followed)
-                                         return a->followed != 0;
+                                         return a->followed;
                                  return a->unfollow_time < b->unfollow_time;
                          });
         TargetGroup &first = *groups_.front();
         if (!first.followed) {
-                first.followed = 1;
+                first.followed = true;
                 first.follow_start = now;
         }
         for (size_t index = 1; index < groups_.size(); index++) {
                 TargetGroup &other = *groups_[index];
                 if (other.followed) {
-                        other.followed = 0;
+                        other.followed = false;
                         other.unfollow_time = now;
                 }
         }

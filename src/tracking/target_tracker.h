@@ -22,7 +22,7 @@ struct TrackedTarget {
         float left_edge = 0.0f;
         float right_edge = 0.0f;
         int64_t last_seen = 0;
-        uint32_t present = 1;
+        bool present = true;
 
         void set_position(float new_pan, float new_tilt, float new_width);
 };
@@ -34,7 +34,7 @@ struct TargetGroup {
         float width = 0.0f;
         float span_start = 0.0f;
         float span_end = 0.0f;
-        uint32_t followed = 0;
+        bool followed = false;
         int64_t follow_start = 0;
         int64_t unfollow_time = 0;
         // A member moved since the last recompute. Recomputing is a function of the members
