@@ -29,6 +29,8 @@ struct CameraRtsp {
         GstRTSPAuth *auth = nullptr;
         std::string basic;       // the Basic credential registered, base64
         std::string digest_user; // the user registered for Digest
+        // Clients connect on the main loop and close on the server's client thread.
+        GMutex clients_mutex;
         std::vector<GstRTSPClient *> clients;
         // Sources of prepared media: added on the main loop, removed when the media is
         // unprepared, which may happen on another thread.
@@ -41,32 +43,30 @@ CameraRtsp rtsp;
 
 // ---- credentials
 
-void simcam_rtsp_forget_credentials(void)
-{
-        if (!rtsp.basic.empty())
-                gst_rtsp_auth_remove_basic(rtsp.auth, rtsp.basic.c_str());
-        if (!rtsp.digest_user.empty())
-                gst_rtsp_auth_remove_digest(rtsp.auth, rtsp.digest_user.c_str());
-        rtsp.basic.clear();
-        rtsp.digest_user.clear();
-}
-
+// Clients are served on the server's own threads: the new credentials go in before the
+// old ones are taken out, so that a client asking meanwhile never finds none.
 void simcam_rtsp_register_credentials(void)
 {
         const SimCamera &camera = *rtsp.camera;
-        simcam_rtsp_forget_credentials();
         const int methods = (camera.auth != AuthSchemes::digest ? GST_RTSP_AUTH_BASIC : 0) |
                             (camera.auth != AuthSchemes::basic ? GST_RTSP_AUTH_DIGEST : 0);
         gst_rtsp_auth_set_supported_methods(rtsp.auth, static_cast<GstRTSPAuthMethod>(methods));
-        if (sim_camera_fault_on(camera, CameraFault::wrong_credentials))
-                return;
-        GstRTSPToken *token = gst_rtsp_token_new(GST_RTSP_TOKEN_MEDIA_FACTORY_ROLE, G_TYPE_STRING, role, nullptr);
-        g_autofree gchar *basic = gst_rtsp_auth_make_basic(camera.user.c_str(), camera.password.c_str());
-        gst_rtsp_auth_add_basic(rtsp.auth, basic, token);
-        gst_rtsp_auth_add_digest(rtsp.auth, camera.user.c_str(), camera.password.c_str(), token);
-        gst_rtsp_token_unref(token);
+        std::string basic, digest_user;
+        if (!sim_camera_fault_on(camera, CameraFault::wrong_credentials)) {
+                GstRTSPToken *token = gst_rtsp_token_new(GST_RTSP_TOKEN_MEDIA_FACTORY_ROLE, G_TYPE_STRING, role, nullptr);
+                g_autofree gchar *made = gst_rtsp_auth_make_basic(camera.user.c_str(), camera.password.c_str());
+                basic = made;
+                digest_user = camera.user;
+                gst_rtsp_auth_add_basic(rtsp.auth, basic.c_str(), token);
+                gst_rtsp_auth_add_digest(rtsp.auth, digest_user.c_str(), camera.password.c_str(), token);
+                gst_rtsp_token_unref(token);
+        }
+        if (!rtsp.basic.empty() && rtsp.basic != basic)
+                gst_rtsp_auth_remove_basic(rtsp.auth, rtsp.basic.c_str());
+        if (!rtsp.digest_user.empty() && rtsp.digest_user != digest_user)
+                gst_rtsp_auth_remove_digest(rtsp.auth, rtsp.digest_user.c_str());
         rtsp.basic = basic;
-        rtsp.digest_user = camera.user;
+        rtsp.digest_user = digest_user;
 }
 
 // ---- clients
@@ -83,11 +83,28 @@ void simcam_rtsp_client_plays(GstRTSPClient *client, GstRTSPContext *, gpointer)
 
 void simcam_rtsp_client_closed(GstRTSPClient *client, gpointer)
 {
+        g_mutex_lock(&rtsp.clients_mutex);
         const auto at = std::find(rtsp.clients.begin(), rtsp.clients.end(), client);
-        if (at == rtsp.clients.end())
-                return;
-        rtsp.clients.erase(at);
-        g_object_unref(client);
+        const bool found = at != rtsp.clients.end();
+        if (found)
+                rtsp.clients.erase(at);
+        g_mutex_unlock(&rtsp.clients_mutex);
+        if (found)
+                g_object_unref(client);
+}
+
+// The clients, each with a reference of the caller's.
+std::vector<GstRTSPClient *> simcam_rtsp_take_clients(bool remove)
+{
+        g_mutex_lock(&rtsp.clients_mutex);
+        std::vector<GstRTSPClient *> clients = rtsp.clients;
+        if (remove)
+                rtsp.clients.clear();
+        else
+                for (GstRTSPClient *client : clients)
+                        g_object_ref(client);
+        g_mutex_unlock(&rtsp.clients_mutex);
+        return clients;
 }
 
 void simcam_rtsp_client_connected(GstRTSPServer *, GstRTSPClient *client, gpointer)
@@ -98,7 +115,9 @@ void simcam_rtsp_client_connected(GstRTSPServer *, GstRTSPClient *client, gpoint
         if (connection)
                 g_socket_set_option(gst_rtsp_connection_get_write_socket(connection), IPPROTO_TCP, TCP_NODELAY, 1,
                                     nullptr);
+        g_mutex_lock(&rtsp.clients_mutex);
         rtsp.clients.push_back(GST_RTSP_CLIENT(g_object_ref(client)));
+        g_mutex_unlock(&rtsp.clients_mutex);
         g_signal_connect(client, "closed", G_CALLBACK(simcam_rtsp_client_closed), nullptr);
         g_signal_connect(client, "play-request", G_CALLBACK(simcam_rtsp_client_plays), nullptr);
         for (const char *request : {"pre-describe-request", "pre-setup-request", "pre-play-request"})
@@ -109,12 +128,9 @@ void simcam_rtsp_client_connected(GstRTSPServer *, GstRTSPClient *client, gpoint
 // of its connection in the middle of the stream.
 void simcam_rtsp_drop_streams(void)
 {
-        std::vector<GstRTSPClient *> streaming;
-        for (GstRTSPClient *client : rtsp.clients)
+        for (GstRTSPClient *client : simcam_rtsp_take_clients(false)) {
                 if (g_object_get_data(G_OBJECT(client), playing_key))
-                        streaming.push_back(GST_RTSP_CLIENT(g_object_ref(client)));
-        for (GstRTSPClient *client : streaming) {
-                gst_rtsp_client_close(client);
+                        gst_rtsp_client_close(client);
                 g_object_unref(client);
         }
 }
@@ -226,9 +242,7 @@ void simcam_rtsp_teardown(void)
         if (rtsp.server_source)
                 g_source_remove(rtsp.server_source);
         rtsp.server_source = 0;
-        const std::vector<GstRTSPClient *> clients = rtsp.clients;
-        rtsp.clients.clear();
-        for (GstRTSPClient *client : clients) {
+        for (GstRTSPClient *client : simcam_rtsp_take_clients(true)) {
                 gst_rtsp_client_close(client);
                 g_object_unref(client);
         }
@@ -243,7 +257,10 @@ void simcam_rtsp_teardown(void)
 
 uint64_t simcam_rtsp_clients(void)
 {
-        return rtsp.clients.size();
+        g_mutex_lock(&rtsp.clients_mutex);
+        const size_t n = rtsp.clients.size();
+        g_mutex_unlock(&rtsp.clients_mutex);
+        return n;
 }
 
 uint64_t simcam_rtsp_packets(void)
