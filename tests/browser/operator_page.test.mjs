@@ -132,8 +132,7 @@ test('keyboard only: Tab to a field, change it, Enter saves; Enter flips a switc
 
 test('the offsets taken from where the camera points', async () => {
     await cgi('setTrackingEnabled', { value: false });
-    // Connected only if it is not: a reconnection reads "connected" until it starts, and
-    // may then autotune (after one that gave up under load), which moves the camera.
+    // Connected only if it is not: a reconnection still reads "connected" until it starts.
     if ((await get('getCameraConnection')).state !== 'connected')
         await cgi('setCameraConnection', { ip: '127.0.0.1', user: 'root', pass: 'pass' });
     await eventually(async () => (await get('getCameraConnection')).state === 'connected', 'the camera');
@@ -149,7 +148,10 @@ test('the offsets taken from where the camera points', async () => {
             await page.click(`${field} ~ button.take`);
             await page.waitForSelector(`${field}-message:is(.done, .error)`);
             return near(await page.inputValue(field), degrees);
-        }, `the camera's ${channel}`);
+        }, `the camera's ${channel}`).catch(async (error) => {
+            error.message += `; the camera's status: ${await cameraControl('/status', 'GET')}`;
+            throw error;
+        });
         assert.match(await page.textContent(`${field}-message`), /^Taken from the camera: /);
     }
     assert.ok(near((await get('getCameraPanOffset')).value, 30));

@@ -48,10 +48,11 @@ export function readConf() {
     return groups;
 }
 
-// A POST to the simulated camera's control interface (e.g. '/position?pan=30').
-export function cameraControl(path) {
+// A request to the simulated camera's control interface (e.g. '/position?pan=30', or
+// '/status' with GET); resolves with the answer's text.
+export function cameraControl(path, method = 'POST') {
     return new Promise((resolve, reject) => {
-        const call = request({ socketPath: cameraSocket, path, method: 'POST' }, (response) => {
+        const call = request({ socketPath: cameraSocket, path, method }, (response) => {
             let text = '';
             response.on('data', (chunk) => { text += chunk; });
             response.on('end', () => (response.statusCode === 200 ? resolve(text) : reject(new Error(text))));
