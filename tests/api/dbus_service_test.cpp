@@ -87,8 +87,9 @@ TEST(DbusService, SetTrackingEnabledSwitchesTheValueAndTheFileWhileBadCallsAndAS
 }
 
 // Between calls the main loop sleeps on the bus descriptor alone: sd-bus has no time-out
-// pending, so nothing wakes the service. Cleanup gives the name back, and all it held.
-TEST(DbusSource, WithNothingPendingTheLoopWaitsForInputWithoutATimeout)
+// pending, so nothing wakes the service. A call to a peer that never answers ends at its
+// time-out, with no input. Cleanup gives the name back, and all it held.
+TEST(DbusSource, TheLoopWaitsForInputAloneUnlessACallsTimeOutIsPending)
 {
         PrivateBus bus;
         LogCapture log;
@@ -113,6 +114,25 @@ TEST(DbusSource, WithNothingPendingTheLoopWaitsForInputWithoutATimeout)
         }
         g_main_context_check(context, priority, fds, n);
         g_main_context_release(context);
+
+        sd_bus *connection = nullptr, *silent = nullptr; // the service's (this thread's default); one never read
+        const char *silent_name = nullptr;
+        sd_bus_message *call = nullptr;
+        ASSERT_GE(sd_bus_default_system(&connection), 0);
+        ASSERT_GE(sd_bus_open_system(&silent), 0);
+        ASSERT_GE(sd_bus_get_unique_name(silent, &silent_name), 0);
+        ASSERT_GE(sd_bus_message_new_method_call(connection, &call, silent_name, "/", "org.example.Silent", "Wait"), 0);
+        std::string error;
+        const auto on_reply = [](sd_bus_message *reply, void *userdata, sd_bus_error *) {
+                *static_cast<std::string *>(userdata) = sd_bus_message_get_error(reply)->name;
+                return 0;
+        };
+        ASSERT_GE(sd_bus_call_async(connection, nullptr, call, on_reply, &error, 1), 0);
+        EXPECT_TRUE(iterate_until([&] { return !error.empty(); }, 5.0));
+        EXPECT_EQ(error, "org.freedesktop.DBus.Error.NoReply");
+        sd_bus_message_unref(call);
+        sd_bus_flush_close_unref(silent);
+        sd_bus_unref(connection);
         Client client(bus.address());
         EXPECT_TRUE(client.owned());
         dbus_cleanup(service);
@@ -123,40 +143,6 @@ TEST(DbusSource, WithNothingPendingTheLoopWaitsForInputWithoutATimeout)
         EXPECT_TRUE(client.owned());
         dbus_cleanup(service);
         EXPECT_TRUE(log.lines().empty());
-}
-
-// A call to a peer that never answers ends at its time-out: the source wakes for sd-bus's
-// deadline, with no input on the connection.
-TEST(DbusSource, ACallToASilentPeerEndsAtItsTimeout)
-{
-        PrivateBus bus;
-        DbusService *service = nullptr;
-        ASSERT_EQ(dbus_setup(&service), 1);
-        sd_bus *connection = nullptr; // the service's: this thread's default
-        sd_bus *silent = nullptr;     // never read
-        const char *silent_name = nullptr;
-        ASSERT_GE(sd_bus_default_system(&connection), 0);
-        ASSERT_GE(sd_bus_open_system(&silent), 0);
-        ASSERT_GE(sd_bus_get_unique_name(silent, &silent_name), 0);
-        while (g_main_context_iteration(nullptr, FALSE)) {
-        }
-        sd_bus_message *call = nullptr;
-        ASSERT_GE(sd_bus_message_new_method_call(connection, &call, silent_name, "/", "org.example.Silent", "Wait"), 0);
-        std::string error;
-        const auto on_reply = [](sd_bus_message *reply, void *userdata, sd_bus_error *) {
-                *static_cast<std::string *>(userdata) = sd_bus_message_get_error(reply)->name;
-                return 0;
-        };
-        sd_bus_slot *slot = nullptr;
-        ASSERT_GE(sd_bus_call_async(connection, &slot, call, on_reply, &error, 1), 0);
-        sd_bus_message_unref(call);
-
-        EXPECT_TRUE(iterate_until([&] { return !error.empty(); }, 5.0));
-        EXPECT_EQ(error, "org.freedesktop.DBus.Error.NoReply");
-        sd_bus_slot_unref(slot);
-        sd_bus_flush_close_unref(silent);
-        sd_bus_unref(connection);
-        dbus_cleanup(service);
 }
 
 // busctl on the service's bus as the user nobody; its exit status and output.
