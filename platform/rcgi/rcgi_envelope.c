@@ -24,34 +24,33 @@ int rcgi_api_is_complete(const RcgiApi *api)
         return 1;
 }
 
-/* The major number of "M" or "M.m" (decimal digits only), or -1. */
-static int rcgi_version_major(const char *text)
+/* Reads the major number of "M" or "M.m" (decimal digits only); 0 when text is neither. */
+static int rcgi_read_version_major(const char *text, int *major)
 {
         const char *p = text;
-        int major = 0;
 
+        *major = 0;
         while (isdigit((unsigned char)*p) && p - text < RCGI_MAX_VERSION_DIGITS)
-                major = major * 10 + (*p++ - '0');
+                *major = *major * 10 + (*p++ - '0');
         if (p == text)
-                return -1;
+                return 0;
         if (*p == '.') {
                 const char *minor = ++p;
                 while (isdigit((unsigned char)*p))
                         p++;
                 if (p == minor)
-                        return -1;
+                        return 0;
         }
-        return *p == '\0' ? major : -1;
+        return *p == '\0';
 }
 
 static const RcgiApiVersion *rcgi_find_version(const RcgiApi *api, const json_t *version)
 {
         int major, i;
 
-        if (!json_is_string(version))
+        if (!json_is_string(version) || !rcgi_read_version_major(json_string_value(version), &major))
                 return NULL;
-        major = rcgi_version_major(json_string_value(version));
-        for (i = 0; major >= 0 && i < api->n_versions; i++)
+        for (i = 0; i < api->n_versions; i++)
                 if (api->versions[i].major == major)
                         return &api->versions[i];
         return NULL;

@@ -145,20 +145,22 @@ json_t *cgi_boolean_value(gboolean value)
 bool cgi_is_dotted_quad(const char *text)
 {
         int numbers = 0;
-        int current = -1; // the number being read, -1 right after a dot or at the start
+        int current = 0; // the number being read
+        bool in_number = false;
         for (const char *p = text; *p; p++) {
                 if (g_ascii_isdigit(*p)) {
                         const int digit = *p - '0';
-                        if (current < 0) {
+                        if (!in_number) {
                                 numbers++;
                                 current = digit;
+                                in_number = true;
                         } else if (current == 0 || current * 10 + digit > 255) {
                                 return false;
                         } else {
                                 current = current * 10 + digit;
                         }
-                } else if (*p == '.' && current >= 0 && numbers < 4) {
-                        current = -1;
+                } else if (*p == '.' && in_number && numbers < 4) {
+                        in_number = false;
                 } else {
                         return false;
                 }

@@ -58,8 +58,9 @@ const RcgiMethod methods_v2[] = {{"v2only", echo_params, 0, 1}, {nullptr, nullpt
 const RcgiApiVersion versions[] = {
         {1, 1, methods_v1, map_error_code, error_message, nullptr},
         {2, 0, methods_v2, map_error_code, error_message, nullptr},
+        {0, 9, methods_v2, map_error_code, error_message, nullptr}, // what a version without digits must not reach
 };
-const RcgiApi api = {2, versions, nullptr};
+const RcgiApi api = {3, versions, nullptr};
 
 constexpr const char *path = "/zelk-cgi/trelvo.cgi";
 
@@ -163,6 +164,7 @@ TEST_F(Rcgi, LibraryFailuresFollowTheirPrecedence)
                 // -5 before -4: the major number decides; the text must be M or M.m
                 {R"({"apiVersion": 1.1, "method": "echo"})", 905}, {R"({"apiVersion": "3.1", "method": "echo"})", 905},
                 {R"({"apiVersion": "1.", "method": "echo"})", 905}, {R"({"apiVersion": " 1.1", "method": "echo"})", 905},
+                {R"({"apiVersion": "", "method": "v2only"})", 905}, {R"({"apiVersion": ".5", "method": "v2only"})", 905},
                 {R"({"apiVersion": "11.1", "method": "echo"})", 905},
                 {R"({"apiVersion": "4294967297.1", "method": "echo"})", 905}, // not 1 modulo 2^32
                 // -4 before -3: unknown in the requested version, or not enabled

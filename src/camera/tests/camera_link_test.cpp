@@ -59,6 +59,7 @@ protected:
         void TearDown() override
         {
                 ptz_control_teardown();
+                EXPECT_EQ(camera_product_number(), nullptr) << "no model carried into the next connection";
                 clock_use_real();
                 // A later test on the real clock would otherwise send the camera home.
                 settings_set_return_to_home_enabled(FALSE);

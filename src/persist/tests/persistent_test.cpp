@@ -201,6 +201,12 @@ TEST_F(Persist, DamagedFileIsKeptOnceOwnerOnlyBeforeTheFirstSaveReplacesIt)
         unlink(path.c_str());
         ASSERT_EQ(mkdir(path.c_str(), 0700), 0);
         ASSERT_TRUE(persistent_setup());
+        set_read_only(true); // nor moved: the save stops there
+        log.clear();
+        persistent_set_pan_offset(2.0);
+        expect_lines(log.lines(), {"WARNING: Failed to save camera pan offset",
+                                   "WARNING: error: Failed to move " + path + " aside: *"});
+        set_read_only(false);
         persistent_set_pan_offset(2.0);
         EXPECT_TRUE(g_file_test(damaged_path.c_str(), G_FILE_TEST_IS_DIR));
         EXPECT_EQ(file_mode(damaged_path), 0600u) << "owner-only, like the copy";
