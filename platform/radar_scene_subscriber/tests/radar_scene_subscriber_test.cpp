@@ -179,7 +179,8 @@ TEST_F(SubscriberTest, TakesDescriptorZeroLikeAnyOther)
         close(saved_stdin);
 }
 
-// A first packet without the "RSP1" greeting, or too short to hold it, names nothing.
+// A first packet without the "RSP1" greeting, or too short to hold it, names nothing;
+// nor does a provider that is not there.
 TEST_F(SubscriberTest, AProviderThatDoesNotGreetNamesNoClasses)
 {
         subscriber_ = radar_scene_subscriber_create(0, 3, 0);
@@ -198,6 +199,8 @@ TEST_F(SubscriberTest, AProviderThatDoesNotGreetNamesNoClasses)
                 close(listening);
                 unlink(path_.c_str());
         }
+        char **names = nullptr;
+        EXPECT_EQ(radar_scene_subscriber_get_object_classifications(subscriber_, &names), 0);
         EXPECT_EQ(open_descriptors(), descriptors) << "the asking connections are closed";
 }
 

@@ -121,6 +121,10 @@ TEST(CameraPosition, AppliesOnlyReportedFieldsAndDerivesMagnificationAndMovingAl
         ASSERT_TRUE(camera_apply_position_reply(read));
         p = camera_position_get();
         EXPECT_EQ(std::tie(p.pan_moving, p.tilt_moving, p.zoom_moving), std::make_tuple(1, 0, 0));
+        camera_remember_poll(read); // no zoom read: the last one stays
+        camera_parse_position_reply("zoom=100\n", &read);
+        ASSERT_TRUE(camera_apply_position_reply(read));
+        EXPECT_EQ(camera_position_get().zoom_moving, 0);
         EXPECT_FALSE(camera_apply_position_reply(PositionReply{}));
 }
 
