@@ -21,10 +21,9 @@
 struct BusSource {
         GSource source;
         sd_bus *bus;     // one reference, released in finalize
-        gpointer fd_tag;   // tag of the watched descriptor
-        int fd;            // descriptor currently watched, -1 before the first prepare
-        int events;        // sd-bus event mask last registered
-        uint64_t until_us; // sd-bus's next deadline (CLOCK_MONOTONIC); 0: now, UINT64_MAX: none
+        gpointer fd_tag; // tag of the watched descriptor
+        int fd;          // descriptor currently watched, -1 before the first prepare
+        int events;      // sd-bus event mask last registered
 };
 
 struct DbusService {
@@ -122,29 +121,26 @@ void bus_source_watch_fd(BusSource *source)
         }
 }
 
-// A pending call's time-out is sd-bus's work too: it answers the call with an error.
-bool bus_source_deadline_passed(const BusSource *source)
-{
-        return source->until_us != UINT64_MAX && bus_source_timeout_ms(source->until_us) == 0;
-}
-
 gboolean bus_source_prepare(GSource *base, gint *timeout)
 {
         auto *source = reinterpret_cast<BusSource *>(base);
         bus_source_watch_fd(source);
-        const int r = sd_bus_get_timeout(source->bus, &source->until_us);
+        uint64_t until_us = UINT64_MAX; // sd-bus's next deadline (CLOCK_MONOTONIC); 0: now
+        const int r = sd_bus_get_timeout(source->bus, &until_us);
         if (r < 0) {
                 bus_source_log_timeout_failure(r);
-                source->until_us = UINT64_MAX;
+                until_us = UINT64_MAX;
         }
-        *timeout = source->until_us == UINT64_MAX ? -1 : bus_source_timeout_ms(source->until_us);
-        return bus_source_deadline_passed(source);
+        *timeout = until_us == UINT64_MAX ? -1 : bus_source_timeout_ms(until_us);
+        // A passed deadline is work too: sd-bus answers the pending call with an error. One
+        // that passes while the loop polls is found by the next prepare.
+        return *timeout == 0;
 }
 
 gboolean bus_source_check(GSource *base)
 {
         auto *source = reinterpret_cast<BusSource *>(base);
-        return bus_source_deadline_passed(source) || g_source_query_unix_fd(base, source->fd_tag) != 0;
+        return g_source_query_unix_fd(base, source->fd_tag) != 0;
 }
 
 // GLib dispatches only after prepare or check found work.
@@ -168,7 +164,6 @@ BusSource *bus_source_new(sd_bus *bus)
         source->bus = sd_bus_ref(bus);
         source->fd_tag = nullptr;
         source->fd = -1;
-        source->until_us = UINT64_MAX;
         return source;
 }
 

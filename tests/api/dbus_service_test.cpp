@@ -117,20 +117,20 @@ TEST(DbusSource, TheLoopWaitsForInputAloneUnlessACallsTimeOutIsPending)
 
         sd_bus *connection = nullptr, *silent = nullptr; // the service's (this thread's default); one never read
         const char *silent_name = nullptr;
-        sd_bus_message *call = nullptr;
         ASSERT_GE(sd_bus_default_system(&connection), 0);
         ASSERT_GE(sd_bus_open_system(&silent), 0);
         ASSERT_GE(sd_bus_get_unique_name(silent, &silent_name), 0);
-        ASSERT_GE(sd_bus_message_new_method_call(connection, &call, silent_name, "/", "org.example.Silent", "Wait"), 0);
+        ASSERT_GE(sd_bus_set_method_call_timeout(connection, 1), 0);
         std::string error;
         const auto on_reply = [](sd_bus_message *reply, void *userdata, sd_bus_error *) {
                 *static_cast<std::string *>(userdata) = sd_bus_message_get_error(reply)->name;
                 return 0;
         };
-        ASSERT_GE(sd_bus_call_async(connection, nullptr, call, on_reply, &error, 1), 0);
+        ASSERT_GE(sd_bus_call_method_async(connection, nullptr, silent_name, "/", "org.example.Silent", "Wait", on_reply,
+                                           &error, nullptr),
+                  0);
         EXPECT_TRUE(iterate_until([&] { return !error.empty(); }, 5.0));
         EXPECT_EQ(error, "org.freedesktop.DBus.Error.NoReply");
-        sd_bus_message_unref(call);
         sd_bus_flush_close_unref(silent);
         sd_bus_unref(connection);
         Client client(bus.address());
