@@ -41,6 +41,20 @@ struct CameraRtsp {
 
 CameraRtsp rtsp;
 
+// Takes item out of a list shared between threads; whether it was there, so that the
+// caller drops the list's reference once.
+template <typename T>
+bool simcam_rtsp_remove(GMutex *mutex, std::vector<T *> *list, T *item)
+{
+        g_mutex_lock(mutex);
+        const auto at = std::find(list->begin(), list->end(), item);
+        const bool found = at != list->end();
+        if (found)
+                list->erase(at);
+        g_mutex_unlock(mutex);
+        return found;
+}
+
 // ---- credentials
 
 // Clients are served on the server's own threads: the new credentials go in before the
@@ -83,13 +97,7 @@ void simcam_rtsp_client_plays(GstRTSPClient *client, GstRTSPContext *, gpointer)
 
 void simcam_rtsp_client_closed(GstRTSPClient *client, gpointer)
 {
-        g_mutex_lock(&rtsp.clients_mutex);
-        const auto at = std::find(rtsp.clients.begin(), rtsp.clients.end(), client);
-        const bool found = at != rtsp.clients.end();
-        if (found)
-                rtsp.clients.erase(at);
-        g_mutex_unlock(&rtsp.clients_mutex);
-        if (found)
+        if (simcam_rtsp_remove(&rtsp.clients_mutex, &rtsp.clients, client))
                 g_object_unref(client);
 }
 
@@ -140,13 +148,7 @@ void simcam_rtsp_drop_streams(void)
 void simcam_rtsp_media_unprepared(GstRTSPMedia *, gpointer data)
 {
         auto *source = static_cast<GstElement *>(data);
-        g_mutex_lock(&rtsp.sources_mutex);
-        const auto at = std::find(rtsp.sources.begin(), rtsp.sources.end(), source);
-        const bool found = at != rtsp.sources.end();
-        if (found)
-                rtsp.sources.erase(at);
-        g_mutex_unlock(&rtsp.sources_mutex);
-        if (found)
+        if (simcam_rtsp_remove(&rtsp.sources_mutex, &rtsp.sources, source))
                 gst_object_unref(source);
 }
 
