@@ -53,6 +53,13 @@ void TargetGroup::recompute(std::vector<float> &scratch)
                 centre_tilt = (highest + lowest) * 0.5f;
         }
         width = std::fabs(angle_difference(span_start, span_end));
+        stale = false;
+}
+
+void TargetGroup::recompute_if_stale(std::vector<float> &scratch)
+{
+        if (stale)
+                recompute(scratch);
 }
 
 bool TargetGroup::fits(const TrackedTarget &target) const
@@ -80,12 +87,8 @@ TrackedTarget *TargetTracker::find_target(uint32_t source, uint32_t object, Targ
 
 void TargetTracker::recompute_stale_groups()
 {
-        for (const auto &group : groups_) {
-                if (group->stale) {
-                        group->recompute(scratch_);
-                        group->stale = false;
-                }
-        }
+        for (const auto &group : groups_)
+                group->recompute_if_stale(scratch_);
 }
 
 const std::vector<std::unique_ptr<TargetGroup>> &TargetTracker::groups()
@@ -132,17 +135,13 @@ void TargetTracker::update_target(uint32_t source, uint32_t object, float pan, f
         TargetGroup *group = nullptr;
         TrackedTarget *target = find_target(source, object, &group);
         if (target) {
-                // Membership is checked again by the next refresh, not here.
+                // Membership is checked again by the next refresh, not here. A target whose
+                // edges meet may leave every edge equal: what waited is recomputed before it.
+                if (!TrackedTarget::edges_apart(pan, width))
+                        group->recompute_if_stale(scratch_);
                 target->set_position(pan, tilt, width);
                 target->last_seen = now;
-                // With distinct edges the group's span cannot be the all-equal case, so its
-                // recompute may wait; a zero or negative width is recomputed at once.
-                if (target->left_edge < target->right_edge) {
-                        group->stale = true;
-                } else {
-                        group->recompute(scratch_);
-                        group->stale = false;
-                }
+                group->stale = true;
                 return;
         }
         auto created = std::make_unique<TrackedTarget>();
@@ -167,15 +166,14 @@ void TargetTracker::expire_and_rotate(int64_t now)
         size_t index = 0;
         while (index < groups_.size()) {
                 TargetGroup &group = *groups_[index];
+                // The members left may have every edge equal: what waited is recomputed before.
+                group.recompute_if_stale(scratch_);
                 const size_t expired = std::erase_if(group.targets, [now](const auto &target) {
                         const int64_t age_ms = (now - target->last_seen) / 1000;
                         return !target->present && age_ms > tracker_expiry_ms;
                 });
-                // Recomputing unchanged members changes nothing.
-                if (expired || group.stale) {
+                if (expired)
                         group.recompute(scratch_);
-                        group.stale = false;
-                }
 
                 if (guard_tour_enabled() && group.followed && group.follow_start != 0 &&
                     clock_seconds_between(group.follow_start, now) > guard_tour_time() &&

@@ -25,6 +25,8 @@ struct TrackedTarget {
         bool present = true;
 
         void set_position(float new_pan, float new_tilt, float new_width);
+        // Whether a target at pan with this width has a left edge below its right one.
+        static bool edges_apart(float pan, float width) { return pan - width * 0.5f < pan + width * 0.5f; }
 };
 
 struct TargetGroup {
@@ -38,11 +40,13 @@ struct TargetGroup {
         int64_t follow_start = 0;
         int64_t unfollow_time = 0;
         // A member moved since the last recompute. Recomputing is a function of the members
-        // alone unless every edge is equal, so it may wait until the span is next read.
+        // alone unless every edge is equal (then the span before stays), so it may wait until
+        // the span is next read, or until a change that may leave every edge equal.
         bool stale = false;
 
         // Span, centre and width from the members; scratch is reused between calls.
         void recompute(std::vector<float> &scratch);
+        void recompute_if_stale(std::vector<float> &scratch);
         bool fits(const TrackedTarget &target) const;
         bool fits(const TargetGroup &other) const;
 };

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <utility>
 
 namespace {
@@ -77,6 +78,11 @@ TEST_F(Tracker, RefreshSplitsWideGroupsAndMergesGroupsThatFitTogether)
         ASSERT_EQ(group(0).targets.size(), 2u);
         EXPECT_EQ(group(0).targets[1]->object, 2u);
         EXPECT_NEAR(group(0).width, 41.9f, 1e-4);
+        // The last two groups are a pair as well.
+        tracker.update_target(1, 4, 200, 0, 4);
+        tracker.update_target(1, 4, 30, 0, 4);
+        tracker.refresh();
+        EXPECT_EQ(group_count(), 2u);
 }
 
 TEST_F(Tracker, FortyTwoDegreesIsTooWideToJoinButNotTooWideToStay)
@@ -92,19 +98,39 @@ TEST_F(Tracker, FortyTwoDegreesIsTooWideToJoinButNotTooWideToStay)
         EXPECT_EQ(group(0).targets.size(), 2u);
 }
 
+// With every edge equal a group keeps the span it had after the change before, also when
+// that change has not been read yet.
+TEST_F(Tracker, EdgesThatAllMeetKeepTheSpanOfTheChangeBefore)
+{
+        tracker.update_target(1, 1, 10, 0, 4);
+        tracker.update_target(1, 1, 50, 0, 4);
+        tracker.update_target(1, 1, 60, 0, 0);
+        EXPECT_EQ(followed_pan(), 50.0f);
+        // Left so by an expiry: the span of 62..70, not of 60..70.
+        tracker.update_target(1, 2, 70, 0, 0);
+        tracker.update_target(1, 1, 66, 0, 8);
+        tracker.remove_target(1, 1);
+        advance(1001 * ms);
+        EXPECT_EQ(followed_pan(), 66.0f);
+}
+
 TEST_F(Tracker, GoneTargetsExpireJustAfterASecondWithoutUpdates)
 {
         tracker.update_target(1, 1, 0, 0, 4);
         tracker.update_target(1, 2, 60, 0, 4);
+        tracker.update_target(1, 3, 10, 0, 4);
         tracker.remove_target(1, 2);
+        tracker.remove_target(1, 3);
         // An update keeps a gone target alive.
         clock_advance_us(900 * ms);
         tracker.update_target(1, 2, 60, 0, 4);
+        tracker.update_target(1, 3, 10, 0, 4);
         advance(1000 * ms + 999);
         EXPECT_EQ(group_count(), 2u);
         advance(1);
         ASSERT_EQ(group_count(), 1u);
-        EXPECT_EQ(group(0).targets[0]->object, 1u);
+        EXPECT_EQ(std::tuple(group(0).targets.size(), group(0).targets[0]->object, group(0).width),
+                  std::tuple(1u, 1u, 4.0f)) << "the span shrinks with the members";
         // A target never reported gone stays however old it gets.
         advance(3600'000 * ms);
         EXPECT_EQ(group_count(), 1u);
