@@ -339,6 +339,17 @@ TEST_F(CameraLink, AutotuneGivesUpAfterThreeFailedAttemptsKeepingTheOldGainsAndN
         persistent_get_camera_name(&name);
         EXPECT_STREQ(name, "old-model");
         EXPECT_EQ(sent().back(), "zelk-cgi/com/ptz.cgi?pan=0.000000&tilt=-3.600000&zoom=1.000000");
+
+        // The next connection to the same untuned model has three attempts again.
+        camera_request_reconnect();
+        tick();
+        position_poll_tick(nullptr);
+        ASSERT_FALSE(ptz_control_tick(nullptr)) << "the autotune takes over again";
+        camera_position_update(70, 0, 0, 0, 0.0f, -45.0f);
+        log.clear();
+        for (ticks = 0; autotune_tick(nullptr) && ticks < 1000; ticks++) {
+        }
+        EXPECT_EQ(log.matching("ERROR: Failed to go to autotune zoom check position").size(), 3u);
 }
 
 TEST_F(CameraLink, StreamFeedsPositionsUntilItDropsThenPollingReprobesAndStartsANewOne)
