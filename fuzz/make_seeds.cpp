@@ -3,6 +3,7 @@
 //
 //   make_seeds DIR    writes DIR/scene/* and DIR/zones/*
 #include "scene.pb.h"
+#include "scene_publisher.h"
 
 #include <glib.h>
 #include <glib/gstdio.h>
@@ -30,13 +31,12 @@ const std::pair<const char *, const char *> zone_seeds[] = {
         {"wrong_type", "([(1, 'gate')],)"},
 };
 
-std::string seeds_frame(const Scene &scene, uint32_t extra_length = 4)
+// The simulated radar's frame, its length field off by `off` (the seeds' frames are short).
+std::string seeds_frame(const Scene &scene, int off = 0)
 {
-        const std::string message = scene.SerializeAsString();
-        const auto n = static_cast<uint32_t>(message.size()) + extra_length;
-        const char header[] = {static_cast<char>(n >> 24), static_cast<char>(n >> 16), static_cast<char>(n >> 8),
-                               static_cast<char>(n)};
-        return std::string(header, 4) + message;
+        std::vector<uint8_t> frame = scene_publisher_frame(scene);
+        frame[3] = static_cast<uint8_t>(frame[3] + off);
+        return std::string(frame.begin(), frame.end());
 }
 
 Scene seeds_scene(std::initializer_list<SceneObject> objects)
@@ -73,8 +73,8 @@ void seeds_scenes(const std::string &dir)
                                                                  {3, 2, 0.3f, 0.1f, 10, 6}, {4, 3, 0.4f, 0.1f, 10, 9},
                                                                  {5, 4, 0.5f, 0.1f, 10, 12}, {6, 5, 0.6f, 0.1f, 10, 15}})));
         seeds_write(dir, "bad_class", seeds_frame(seeds_scene({one_human, {2, 4294967295u, 0, 0, 5, 1}})));
-        seeds_write(dir, "length_short", seeds_frame(seeds_scene({one_human}), 0));
-        seeds_write(dir, "length_long", seeds_frame(seeds_scene({one_human}), 64));
+        seeds_write(dir, "length_short", seeds_frame(seeds_scene({one_human}), -4));
+        seeds_write(dir, "length_long", seeds_frame(seeds_scene({one_human}), 60));
 
         Scene partial = seeds_scene({one_human});
         partial.add_objects()->set_id(2); // no box: ends the walk

@@ -214,20 +214,17 @@ TEST_F(Persist, DamagedFileIsKeptOnceOwnerOnlyBeforeTheFirstSaveReplacesIt)
         rmdir(damaged_path.c_str());
 }
 
-// Nothing to write is no reason to empty the file.
-TEST_F(Persist, SavingWithoutALoadedFileLeavesTheFileAlone)
+// Each failed save of its own, so that a leaked error shows under the leak checker.
+TEST_F(Persist, ReadOnlyDirectoryKeepsChangesInMemoryUntilASaveSucceeds)
 {
+        // Nothing loaded is nothing to write: no reason to empty the file.
         g_file_set_contents(path.c_str(), "[camera]\npan_offset=1\n", -1, nullptr);
         GError *error = nullptr;
         EXPECT_FALSE(persistent_save(&error));
         EXPECT_NE(error, nullptr);
         g_clear_error(&error);
         EXPECT_EQ(file_text(path), "[camera]\npan_offset=1\n");
-}
-
-// Each failed save of its own, so that a leaked error shows under the leak checker.
-TEST_F(Persist, ReadOnlyDirectoryKeepsChangesInMemoryUntilASaveSucceeds)
-{
+        unlink(path.c_str());
         ASSERT_TRUE(persistent_setup());
         const std::string before = file_text(path);
         set_read_only(true);
