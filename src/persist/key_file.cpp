@@ -87,14 +87,20 @@ bool key_missing(GError **error, const gchar *message)
         return missing;
 }
 
-// Saves after a write; reports the failure in the caller's words. The value stays in
-// memory and reaches the file with the next save that succeeds.
-bool save_after_write(const gchar *message, GError **error)
+// Saves after a write; a failure is reported in the caller's words, then with its reason
+// (the switches name their key). The value stays in memory and reaches the file with the
+// next save that succeeds.
+void save_after_write(const gchar *message, const gchar *key = nullptr)
 {
-        if (persistent_save(error))
-                return true;
-        log_warning("%s%s", message);
-        return false;
+        GError *error = nullptr;
+        if (!persistent_save(&error)) {
+                log_warning("%s%s", message);
+                if (key)
+                        log_warning("%sError saving key '%s': %s", key, error->message);
+                else
+                        log_warning("%serror: %s", error->message);
+        }
+        g_clear_error(&error);
 }
 
 // The keys of a newly created file, in the order they appear in it.
@@ -206,10 +212,7 @@ void set_double(const gchar *group, const gchar *key, double value, const gchar 
 {
         g_return_if_fail(key_file);
         g_key_file_set_double(key_file, group, key, value);
-        GError *error = nullptr;
-        if (!save_after_write(message, &error) && error)
-                log_warning("%serror: %s", error->message);
-        g_clear_error(&error);
+        save_after_write(message);
 }
 
 gchar *get_string(const gchar *group, const gchar *key, const gchar *default_value, const gchar *message)
@@ -230,10 +233,7 @@ void set_string(const gchar *group, const gchar *key, const gchar *value, const 
 {
         g_return_if_fail(key_file);
         g_key_file_set_string(key_file, group, key, value);
-        GError *error = nullptr;
-        if (!save_after_write(message, &error) && error)
-                log_warning("%serror: %s", error->message);
-        g_clear_error(&error);
+        save_after_write(message);
 }
 
 gboolean get_boolean(const gchar *group, const gchar *key, gboolean default_value, const gchar *message)
@@ -254,10 +254,7 @@ void set_boolean(const gchar *group, const gchar *key, gboolean value, const gch
 {
         g_return_if_fail(key_file);
         g_key_file_set_boolean(key_file, group, key, value);
-        GError *error = nullptr;
-        if (!save_after_write(message, &error) && error)
-                log_warning("%sError saving key '%s': %s", key, error->message);
-        g_clear_error(&error);
+        save_after_write(message, key);
 }
 
 int get_integer(const gchar *group, const gchar *key, int default_value, const gchar *message)
@@ -278,8 +275,5 @@ void set_integer(const gchar *group, const gchar *key, int value, const gchar *m
 {
         g_return_if_fail(key_file);
         g_key_file_set_integer(key_file, group, key, value);
-        GError *error = nullptr;
-        if (!save_after_write(message, &error) && error)
-                log_warning("%serror: %s", error->message);
-        g_clear_error(&error);
+        save_after_write(message);
 }
