@@ -11,6 +11,7 @@
 #include "persistent.h"
 #include "radar_metadata.h"
 #include "settings_load.h"
+#include "sim_camera_process.h"
 #include "temp_dir.h"
 
 #include <glib.h>
@@ -302,11 +303,24 @@ TEST_F(Cgi, CameraAddressesOfSevenOrMoreCharactersMustBeStrictDottedQuads)
         EXPECT_EQ(saved("camera", "ip") + " " + saved("camera", "user"), "1.2.34 op");
         EXPECT_EQ(saved("camera", "pass").find_first_not_of("0123456789abcdef"), std::string::npos) << "encrypted";
 
-        // The link connects to a new address at its next tick.
+        // The link connects to a new address at its next tick; connected, the offsets are
+        // taken from where the camera points.
+        SimCameraProcess camera({"--metadata", "no"});
+        persistent_set_camera_name("ZPT-6100");
+        ptz_control_setup();
         ptz_control_tick(nullptr);
-        EXPECT_EQ(call("setCameraConnection", R"({"ip": "127.0.0.1", "user": "op", "pass": "pw"})"), accepted);
+        EXPECT_EQ(call("setCameraConnection", R"({"ip": "127.0.0.1", "user": "root", "pass": "pass"})"), accepted);
         ptz_control_tick(nullptr);
         EXPECT_EQ(camera_connection_state(), CAMERA_CONNECTING);
+        ASSERT_TRUE(camera.teleport(30.5, -5.5, 1.0));
+        position_poll_tick(nullptr);
+        ASSERT_EQ(camera_connection_state(), CAMERA_CONNECTED);
+        expect_exchanges({
+                {"saveCameraPanOffset", "", accepted},
+                {"saveCameraTiltOffset", "", accepted},
+                {"getCameraTiltOffset", "", R"(data:{"value":-5.5,"minValue":-10.0,"maxValue":10.0})"},
+        });
+        EXPECT_EQ(saved("camera", "pan_offset") + " " + saved("camera", "tilt_offset"), "30.5 -5.5");
         ptz_control_teardown();
 }
 

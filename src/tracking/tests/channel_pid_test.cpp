@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <utility>
 
 namespace {
 
@@ -32,9 +33,10 @@ TEST_F(Pid, LawStartsWithPureProportionalLimitsTheIntegralAndAppliesDeadBands)
         EXPECT_FLOAT_EQ(pid.integral(), 4.0f);
         EXPECT_FLOAT_EQ(pid.output(), 6.0f);
         // The integral gets only the room that P leaves inside +-100, at either end:
-        // -50 leaves [-50, 150] (the candidate is 4 + (-50 + 28) x 5), 50 leaves [-150, 50].
-        for (const float error : {-50.0f, 50.0f}) {
-                clock_advance_us(5'000'000);
+        // -50 leaves [-50, 150] (the candidate is 4 + (-50 + 28) x 5 = -106), 50 leaves
+        // [-150, 50] (the candidate is -50 + (50 + 50) x 1.5 = 100).
+        for (const auto &[error, us] : {std::pair{-50.0f, 5'000'000}, {50.0f, 1'500'000}}) {
+                clock_advance_us(us);
                 pid.update(error);
                 EXPECT_EQ(pid.integral(), error);
                 EXPECT_EQ(pid.output(), 2 * error);
