@@ -154,10 +154,9 @@ test('the offsets taken from where the camera points', async () => {
         });
         assert.match(await page.textContent(`${field}-message`), /^Taken from the camera: /);
     }
+    // What the service stored (cgi_test follows it into the file).
     assert.ok(near((await get('getCameraPanOffset')).value, 30));
     assert.ok(near((await get('getCameraTiltOffset')).value, -4));
-    const camera = readConf().camera;
-    assert.ok(near(camera.pan_offset, 30) && near(camera.tilt_offset, -4), JSON.stringify(camera));
     await close();
 });
 
