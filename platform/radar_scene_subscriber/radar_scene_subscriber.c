@@ -116,9 +116,8 @@ static uint8_t *rss_receive_packet(int fd, size_t *size)
         packet = malloc(peeked > 0 ? (size_t)peeked : 1);
         if (!packet)
                 return NULL;
-        do
-                received = recv(fd, packet, (size_t)peeked, 0);
-        while (received < 0 && errno == EINTR);
+        /* The peek found the packet: this read does not wait, so no signal cuts it short. */
+        received = recv(fd, packet, (size_t)peeked, 0);
         if (received < 0) {
                 free(packet);
                 return NULL;

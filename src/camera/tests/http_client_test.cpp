@@ -119,9 +119,10 @@ TEST(HttpClient, GivesUpOnASilentCameraWithinItsBudgetWithoutALogLine)
                 std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started);
         EXPECT_LE(held_ms.count(), http_request_budget_ms + 500);
         EXPECT_TRUE(log.lines().empty());
-        // The camera answers again: the next request goes through.
+        // The camera answers again: the next request goes through, over plain HTTP first.
         camera.set_fault("no_answer", false);
         EXPECT_EQ(http_request(position, nullptr), 200);
+        EXPECT_EQ(schemes_of(camera).back(), "http 200");
 }
 
 } // namespace

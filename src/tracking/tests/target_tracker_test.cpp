@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <tuple>
 #include <utility>
 
@@ -53,6 +54,11 @@ TEST_F(Tracker, ClustersTargetsIntoGroupsNoWiderThanTheLimit)
         // A newcomer is measured against where a moved target's group is now, not where it was.
         tracker.update_target(2, 2, 150, 0, 4);
         tracker.update_target(1, 5, 50, 0, 4);
+        EXPECT_EQ(group_count(), 4u);
+        // A position that is not finite is no target at all.
+        for (const float bad : {NAN, INFINITY})
+                for (const auto &[pan, tilt, width] : {std::tuple{bad, 0.0f, 4.0f}, {0.0f, bad, 4.0f}, {0.0f, 0.0f, bad}})
+                        tracker.update_target(1, 9, pan, tilt, width);
         EXPECT_EQ(group_count(), 4u);
 }
 
