@@ -15,38 +15,18 @@ using Lines = std::vector<std::string>;
 
 class Events : public ::testing::Test {
 protected:
-        // One bus for the program: GIO keeps one system-bus connection per process, for as
-        // long as someone holds it.
-        static void SetUpTestSuite()
-        {
-                bus = new PrivateBus();
-                connection = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-                ASSERT_NE(connection, nullptr);
-                // Stopping the bus at the end must not end this process.
-                g_dbus_connection_set_exit_on_close(connection, FALSE);
-        }
-        static void TearDownTestSuite()
-        {
-                g_clear_object(&connection);
-                delete bus;
-        }
         void SetUp() override { start_sim(); }
         void TearDown() override { undeclare_state_event(); }
 
         void start_sim()
         {
-                sim = std::make_unique<SimEventsProcess>(bus->address());
+                sim = std::make_unique<SimEventsProcess>(private_bus_of_program().address());
                 ASSERT_TRUE(sim->ready());
         }
 
-        static PrivateBus *bus;
-        static GDBusConnection *connection;
         LogCapture log;
         std::unique_ptr<SimEventsProcess> sim;
 };
-
-PrivateBus *Events::bus = nullptr;
-GDBusConnection *Events::connection = nullptr;
 
 TEST_F(Events, TheDeclarationEventsAndWithdrawalReachTheProducerAsSent)
 {

@@ -18,6 +18,21 @@ PrivateBus::PrivateBus(const std::string &config)
         g_setenv("DBUS_SYSTEM_BUS_ADDRESS", address_.c_str(), TRUE);
 }
 
+const PrivateBus &private_bus_of_program()
+{
+        static const PrivateBus bus;
+        static GDBusConnection *const connection = [] {
+                GDBusConnection *held = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+                if (held)
+                        g_dbus_connection_set_exit_on_close(held, FALSE);
+                else
+                        ADD_FAILURE() << "no system-bus connection to the private bus";
+                return held;
+        }();
+        (void)connection;
+        return bus;
+}
+
 GDBusConnection *private_bus_connect(const std::string &address)
 {
         g_autoptr(GError) error = nullptr;

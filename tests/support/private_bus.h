@@ -29,6 +29,11 @@ private:
         std::string address_;
 };
 
+// The bus of the whole test program, started at the first call and stopped at its exit.
+// GIO keeps one system-bus connection per process, so a program that talks to the bus
+// itself keeps one bus: the connection is held, and the bus stopping at exit ends nothing.
+const PrivateBus &private_bus_of_program();
+
 // A client connection of its own to the bus at address (GIO's shared system-bus
 // connection may belong to a bus that an earlier test stopped); null, with a test
 // failure, when it cannot connect. Unref it.

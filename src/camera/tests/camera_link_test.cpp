@@ -36,8 +36,7 @@ class CameraLink : public ::testing::Test {
 protected:
         static void SetUpTestSuite()
         {
-                bus = new PrivateBus();
-                events = new SimEventsProcess(bus->address());
+                events = new SimEventsProcess(private_bus_of_program().address());
                 ASSERT_TRUE(persistent_setup());
                 settings_load();
                 ASSERT_TRUE(declare_state_event());
@@ -48,7 +47,6 @@ protected:
                 settings_cleanup();
                 persistent_cleanup();
                 delete events;
-                delete bus;
         }
 
         void SetUp() override
@@ -105,7 +103,6 @@ protected:
                 return n;
         }
 
-        static inline PrivateBus *bus = nullptr;
         static inline SimEventsProcess *events = nullptr;
         std::unique_ptr<SimCameraProcess> camera;
         uint64_t next_request = 0;
@@ -273,7 +270,7 @@ TEST_F(CameraLink, AutotuneChecksTheZoomScaleTunesBothAxesAndStoresGainsAndModel
 
         autotune_tick(nullptr);
         EXPECT_EQ(sent(), Strings{"zelk-cgi/com/ptz.cgi?pan=0.000000&tilt=-45.000000&zoom=100.000000"});
-        camera_position_update(50, 0, 0, 0, 0.2f, -45.4f); // a camera reporting zoom at half scale
+        camera_position_update(50, 0, 0, 0, 0.5f, -45.5f); // at the edges; reporting zoom at half scale
         autotune_tick(nullptr);
         EXPECT_EQ(zoom_calibration_get().zoom_correction, 2.0f);
         EXPECT_EQ(persistent_get_zoom_correction(), 2.0);
@@ -323,7 +320,7 @@ TEST_F(CameraLink, AutotuneGivesUpAfterThreeFailedAttemptsKeepingTheOldGainsAndN
         ASSERT_FALSE(ptz_control_tick(nullptr));
         LogCapture log;
         // The zoom check passes but the zoom never comes back; then the zoom is in neither band.
-        camera_position_update(100, 0, 0, 0, 0.0f, -45.0f);
+        camera_position_update(100, 0, 0, 0, -0.5f, -44.5f); // at the other edges
         int ticks = 0;
         while (autotune_tick(nullptr) && ticks++ < 1000)
                 if (ticks == 104)
