@@ -131,6 +131,16 @@ TEST(DbusSource, TheLoopWaitsForInputAloneUnlessACallsTimeOutIsPending)
                   0);
         EXPECT_TRUE(iterate_until([&] { return !error.empty(); }, 5.0));
         EXPECT_EQ(error, "org.freedesktop.DBus.Error.NoReply");
+        // One still pending bounds the wait by its time-out: 1 s at most.
+        ASSERT_GE(sd_bus_set_method_call_timeout(connection, 1'000'000), 0);
+        ASSERT_GE(sd_bus_call_method_async(connection, nullptr, silent_name, "/", "org.example.Silent", "Wait", on_reply,
+                                           &error, nullptr),
+                  0);
+        ASSERT_TRUE(g_main_context_acquire(context));
+        g_main_context_prepare(context, &priority);
+        g_main_context_query(context, priority, &timeout, fds, 2);
+        g_main_context_release(context);
+        EXPECT_TRUE(timeout > 0 && timeout <= 1000) << timeout;
         sd_bus_flush_close_unref(silent);
         sd_bus_unref(connection);
         Client client(bus.address());

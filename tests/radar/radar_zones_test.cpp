@@ -13,25 +13,6 @@
 
 namespace {
 
-PrivateBus *bus;
-
-// One bus for the whole program: GIO keeps one system-bus connection per process.
-class BusEnvironment : public ::testing::Environment {
-public:
-        void SetUp() override
-        {
-                bus = new PrivateBus();
-                GDBusConnection *connection = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-                ASSERT_NE(connection, nullptr);
-                // Stopping the bus at the end must not end this process.
-                g_dbus_connection_set_exit_on_close(connection, FALSE);
-                g_object_unref(connection);
-        }
-        void TearDown() override { delete bus; }
-};
-
-const auto *const environment = ::testing::AddGlobalTestEnvironment(new BusEnvironment);
-
 // Everything the bus sent before now has been dispatched on the main context: a call to
 // the bus daemon is answered after the signals queued ahead of its reply.
 void drain_bus()
@@ -42,6 +23,20 @@ void drain_bus()
                                                                 G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
         while (g_main_context_iteration(nullptr, FALSE)) {
         }
+}
+
+// The match rules the bus keeps for this process's connection: a proxy that is gone
+// leaves none behind.
+guint32 our_match_rules()
+{
+        g_autoptr(GDBusConnection) connection = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+        g_autoptr(GVariant) stats = private_bus_call(
+                connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus.Debug.Stats",
+                "GetConnectionStats", g_variant_new("(s)", g_dbus_connection_get_unique_name(connection)));
+        guint32 rules = 0;
+        g_autoptr(GVariant) dict = stats ? g_variant_get_child_value(stats, 0) : nullptr;
+        EXPECT_TRUE(dict && g_variant_lookup(dict, "MatchRules", "u", &rules));
+        return rules;
 }
 
 bool set_zones(const char *json)
@@ -62,14 +57,17 @@ class RadarZones : public ::testing::Test {
 protected:
         void SetUp() override
         {
-                ASSERT_TRUE(bus->running());
+                ASSERT_TRUE(private_bus_of_program().running());
                 exclude_areas_init();
                 start_sim(mixed_zones);
+                rules_before = our_match_rules();
                 ASSERT_TRUE(radar_zones_init());
         }
         void TearDown() override
         {
                 radar_zones_cleanup();
+                drain_bus();
+                EXPECT_EQ(our_match_rules(), rules_before) << "the proxy goes with the clean-up";
                 exclude_areas_cleanup();
                 sim.reset();
                 drain_bus();
@@ -77,11 +75,12 @@ protected:
         void start_sim(const char *zones)
         {
                 std::ofstream(scenario) << "{\"rate_hz\": 10, \"zones\": " << zones << "}";
-                sim = std::make_unique<SimZonesProcess>(bus->address(), scenario);
+                sim = std::make_unique<SimZonesProcess>(private_bus_of_program().address(), scenario);
                 ASSERT_TRUE(sim->ready());
         }
 
         LogCapture log;
+        guint32 rules_before = 0;
         std::unique_ptr<SimZonesProcess> sim;
         TempDir dir{"trelvo-zones"};
         const std::string scenario = dir.file("scenario.json");
