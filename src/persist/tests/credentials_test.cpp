@@ -2,7 +2,9 @@
 #include "log_capture.h"
 #include "temp_dir.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -45,6 +47,14 @@ TEST(Credentials, TextsMatchKnownAnswersHaveTheirLengthAndRoundTrip)
         EXPECT_EQ(taken(decrypt_password("61BB#9AA7CD86ABC3DF65E7BB9F677E7")), "s3cret"); // any case; not a digit: 0
         EXPECT_EQ(taken(decrypt_password("61bb09aa7cd86abc3df65e7bb9f677e7f")), "s3cret"); // odd digit ignored
         EXPECT_EQ(taken(decrypt_password("7")) + taken(decrypt_password("")) + taken(decrypt_password(nullptr)), "");
+
+        // Started with standard input closed, the address query gets descriptor 0: closed after.
+        const int saved_stdin = dup(0);
+        close(0);
+        EXPECT_EQ(encrypted("s3cret"), s3cret_text);
+        EXPECT_EQ(fcntl(0, F_GETFD), -1);
+        dup2(saved_stdin, 0);
+        close(saved_stdin);
 }
 
 TEST(Credentials, TextsAreBoundToTheHardwareAddressAndSurviveAMissingEth0)
