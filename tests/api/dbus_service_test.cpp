@@ -11,6 +11,8 @@
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -98,49 +100,53 @@ TEST(DbusSource, TheLoopWaitsForInputAloneUnlessACallsTimeOutIsPending)
         while (g_main_context_iteration(nullptr, FALSE)) {
         }
 
+        // One turn of the loop up to its poll: whether a source was ready, the time-out it
+        // would wait, and the descriptors it would watch.
         GMainContext *context = g_main_context_default();
-        ASSERT_TRUE(g_main_context_acquire(context));
-        gint priority = 0;
-        EXPECT_FALSE(g_main_context_prepare(context, &priority));
         GPollFD fds[2];
-        gint timeout = 0;
-        const gint n = g_main_context_query(context, priority, &timeout, fds, 2);
-        EXPECT_EQ(timeout, -1);
+        gint n = 0;
+        bool ready = true;
+        const auto next_wait_ms = [&] {
+                gint priority = 0, timeout = 0;
+                EXPECT_TRUE(g_main_context_acquire(context));
+                ready = g_main_context_prepare(context, &priority);
+                n = g_main_context_query(context, priority, &timeout, fds, 2);
+                for (GPollFD &fd : fds)
+                        fd.revents = 0;
+                g_main_context_check(context, priority, fds, std::min(n, 2));
+                g_main_context_release(context);
+                return timeout;
+        };
+        EXPECT_EQ(next_wait_ms(), -1);
+        EXPECT_FALSE(ready);
         // The context's own wake-up descriptor and the bus connection, both for input only.
         ASSERT_EQ(n, 2);
-        for (GPollFD &fd : fds) {
+        for (const GPollFD &fd : fds)
                 EXPECT_EQ(fd.events, G_IO_IN);
-                fd.revents = 0;
-        }
-        g_main_context_check(context, priority, fds, n);
-        g_main_context_release(context);
 
         sd_bus *connection = nullptr, *silent = nullptr; // the service's (this thread's default); one never read
         const char *silent_name = nullptr;
         ASSERT_GE(sd_bus_default_system(&connection), 0);
         ASSERT_GE(sd_bus_open_system(&silent), 0);
         ASSERT_GE(sd_bus_get_unique_name(silent, &silent_name), 0);
-        ASSERT_GE(sd_bus_set_method_call_timeout(connection, 1), 0);
         std::string error;
-        const auto on_reply = [](sd_bus_message *reply, void *userdata, sd_bus_error *) {
-                *static_cast<std::string *>(userdata) = sd_bus_message_get_error(reply)->name;
-                return 0;
+        const auto call_silent = [&](uint64_t timeout_us) {
+                const auto on_reply = [](sd_bus_message *reply, void *userdata, sd_bus_error *) {
+                        *static_cast<std::string *>(userdata) = sd_bus_message_get_error(reply)->name;
+                        return 0;
+                };
+                ASSERT_GE(sd_bus_set_method_call_timeout(connection, timeout_us), 0);
+                ASSERT_GE(sd_bus_call_method_async(connection, nullptr, silent_name, "/", "org.example.Silent", "Wait",
+                                                   on_reply, &error, nullptr),
+                          0);
         };
-        ASSERT_GE(sd_bus_call_method_async(connection, nullptr, silent_name, "/", "org.example.Silent", "Wait", on_reply,
-                                           &error, nullptr),
-                  0);
+        call_silent(1);
         EXPECT_TRUE(iterate_until([&] { return !error.empty(); }, 5.0));
         EXPECT_EQ(error, "org.freedesktop.DBus.Error.NoReply");
         // One still pending bounds the wait by its time-out: 1 s at most.
-        ASSERT_GE(sd_bus_set_method_call_timeout(connection, 1'000'000), 0);
-        ASSERT_GE(sd_bus_call_method_async(connection, nullptr, silent_name, "/", "org.example.Silent", "Wait", on_reply,
-                                           &error, nullptr),
-                  0);
-        ASSERT_TRUE(g_main_context_acquire(context));
-        g_main_context_prepare(context, &priority);
-        g_main_context_query(context, priority, &timeout, fds, 2);
-        g_main_context_release(context);
-        EXPECT_TRUE(timeout > 0 && timeout <= 1000) << timeout;
+        call_silent(1'000'000);
+        const gint pending_ms = next_wait_ms();
+        EXPECT_TRUE(pending_ms > 0 && pending_ms <= 1000) << pending_ms;
         sd_bus_flush_close_unref(silent);
         sd_bus_unref(connection);
         Client client(bus.address());
