@@ -29,7 +29,8 @@
 #define RSS_FRAME_HEADER_SIZE 4u
 
 struct RadarSceneSubscriber {
-        /* A pthread mutex rather than a GMutex, so ThreadSanitizer sees it. Guards
+        /* A pthread mutex rather than a GMutex, so ThreadSanitizer sees it; an
+         * error-checking one, so an unlock without the lock stops the program. Guards
          * everything above the reader. */
         pthread_mutex_t mutex;
         char **names;
@@ -47,6 +48,18 @@ typedef enum {
         RSS_WAIT_WOKEN,
         RSS_WAIT_TIMEOUT,
 } RssWait;
+
+static void rss_lock(RadarSceneSubscriber *subscriber)
+{
+        const int r = pthread_mutex_lock(&subscriber->mutex);
+        g_assert(r == 0);
+}
+
+static void rss_unlock(RadarSceneSubscriber *subscriber)
+{
+        const int r = pthread_mutex_unlock(&subscriber->mutex);
+        g_assert(r == 0);
+}
 
 static const char *rss_socket_path(void)
 {
@@ -189,7 +202,7 @@ static gboolean rss_parse_names(const uint8_t *packet, size_t size, char ***name
  * replaces the current list, which stays allocated for callers that still hold it. */
 static void rss_adopt_names(RadarSceneSubscriber *subscriber, char **names, int n_names)
 {
-        pthread_mutex_lock(&subscriber->mutex);
+        rss_lock(subscriber);
         if (subscriber->names && g_strv_equal((const gchar *const *)subscriber->names,
                                               (const gchar *const *)names)) {
                 g_strfreev(names);
@@ -199,7 +212,7 @@ static void rss_adopt_names(RadarSceneSubscriber *subscriber, char **names, int 
                 subscriber->names = names;
                 subscriber->n_names = n_names;
         }
-        pthread_mutex_unlock(&subscriber->mutex);
+        rss_unlock(subscriber);
 }
 
 /* Reads the classification packet that opens every connection. */
@@ -241,9 +254,9 @@ static gboolean rss_deliver_frames(RadarSceneSubscriber *subscriber, int fd)
                 frame = rss_pad_frame(frame, size);
                 if (!frame)
                         continue;
-                pthread_mutex_lock(&subscriber->mutex);
+                rss_lock(subscriber);
                 callback = subscriber->callback;
-                pthread_mutex_unlock(&subscriber->mutex);
+                rss_unlock(subscriber);
                 if (callback)
                         callback(frame);
                 else
@@ -255,9 +268,9 @@ static gboolean rss_reconnect_enabled(RadarSceneSubscriber *subscriber)
 {
         gboolean enabled;
 
-        pthread_mutex_lock(&subscriber->mutex);
+        rss_lock(subscriber);
         enabled = subscriber->reconnect != 0;
-        pthread_mutex_unlock(&subscriber->mutex);
+        rss_unlock(subscriber);
         return enabled;
 }
 
@@ -290,7 +303,7 @@ RadarSceneSubscriber *radar_scene_subscriber_create(int source, int format, int 
         (void)format;
         (void)flags;
         subscriber = g_new0(RadarSceneSubscriber, 1);
-        pthread_mutex_init(&subscriber->mutex, NULL);
+        subscriber->mutex = (pthread_mutex_t)PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
         subscriber->retired_names = g_ptr_array_new_with_free_func((GDestroyNotify)g_strfreev);
         subscriber->wake_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
         return subscriber;
@@ -318,16 +331,16 @@ void radar_scene_subscriber_set_bounding_box_enabled(RadarSceneSubscriber *subsc
 void radar_scene_subscriber_set_on_message_arrived_callback(RadarSceneSubscriber *subscriber,
                                                             RadarSceneMessageCallback callback)
 {
-        pthread_mutex_lock(&subscriber->mutex);
+        rss_lock(subscriber);
         subscriber->callback = callback;
-        pthread_mutex_unlock(&subscriber->mutex);
+        rss_unlock(subscriber);
 }
 
 void radar_scene_subscriber_set_reconnect(RadarSceneSubscriber *subscriber, int reconnect)
 {
-        pthread_mutex_lock(&subscriber->mutex);
+        rss_lock(subscriber);
         subscriber->reconnect = reconnect;
-        pthread_mutex_unlock(&subscriber->mutex);
+        rss_unlock(subscriber);
 }
 
 int radar_scene_subscriber_get_object_classifications(RadarSceneSubscriber *subscriber,
@@ -335,9 +348,9 @@ int radar_scene_subscriber_get_object_classifications(RadarSceneSubscriber *subs
 {
         int n_names;
 
-        pthread_mutex_lock(&subscriber->mutex);
+        rss_lock(subscriber);
         const gboolean known = subscriber->names != NULL;
-        pthread_mutex_unlock(&subscriber->mutex);
+        rss_unlock(subscriber);
         if (!known) {
                 const int fd = rss_connect();
                 if (fd >= 0) {
@@ -345,10 +358,10 @@ int radar_scene_subscriber_get_object_classifications(RadarSceneSubscriber *subs
                         close(fd);
                 }
         }
-        pthread_mutex_lock(&subscriber->mutex);
+        rss_lock(subscriber);
         *classifications = subscriber->names;
         n_names = subscriber->names ? subscriber->n_names : 0;
-        pthread_mutex_unlock(&subscriber->mutex);
+        rss_unlock(subscriber);
         return n_names;
 }
 

@@ -1,7 +1,8 @@
 // GMutex lock and unlock that ThreadSanitizer can follow. GLib's GMutex is a bare futex
 // that TSan does not see, so a build with -fsanitize=thread tells TSan about each lock
-// operation; every other build compiles to plain g_mutex_lock/g_mutex_unlock. Meant for
-// static GMutexes (zero-initialised, never cleared).
+// operation; every other build compiles to plain g_mutex_lock/g_mutex_unlock, and a debug
+// build stops at an unlock of a mutex nobody holds (a lock left out). Meant for static
+// GMutexes (zero-initialised, never cleared).
 #pragma once
 
 #include <glib.h>
@@ -41,6 +42,10 @@ inline void gmutex_tsan_lock(GMutex *mutex)
 
 inline void gmutex_tsan_unlock(GMutex *mutex)
 {
+#ifndef NDEBUG
+        // A GMutex does not nest, so a trylock fails exactly while someone holds it.
+        g_assert(!g_mutex_trylock(mutex));
+#endif
         g_mutex_unlock(mutex);
 }
 #endif

@@ -1,5 +1,6 @@
 #include "settings.h"
 
+#include "gmutex_tsan.h"
 #include "log.h"
 
 #include <atomic>
@@ -35,11 +36,11 @@ constexpr auto relaxed = std::memory_order_relaxed;
 
 void settings_free_camera_connection(void)
 {
-        g_mutex_lock(&settings.connection_mutex);
+        gmutex_tsan_lock(&settings.connection_mutex);
         g_clear_pointer(&settings.camera_ip, g_free);
         g_clear_pointer(&settings.camera_user, g_free);
         g_clear_pointer(&settings.camera_pass, g_free);
-        g_mutex_unlock(&settings.connection_mutex);
+        gmutex_tsan_unlock(&settings.connection_mutex);
 }
 
 void settings_set_mounting_height(double height)
@@ -130,10 +131,10 @@ double settings_get_zoom_degree(void)
 
 void settings_set_camera_connection(const gchar *ip, const gchar *user, const gchar *pass)
 {
-        g_mutex_lock(&settings.connection_mutex);
+        gmutex_tsan_lock(&settings.connection_mutex);
         if (g_strcmp0(ip, settings.camera_ip) == 0 && g_strcmp0(user, settings.camera_user) == 0 &&
             g_strcmp0(pass, settings.camera_pass) == 0) {
-                g_mutex_unlock(&settings.connection_mutex);
+                gmutex_tsan_unlock(&settings.connection_mutex);
                 return;
         }
         g_free(settings.camera_ip);
@@ -144,17 +145,17 @@ void settings_set_camera_connection(const gchar *ip, const gchar *user, const gc
         settings.camera_ip = g_strdup(ip);
         settings.camera_user = g_strdup(user);
         settings.camera_pass = g_strdup(pass);
-        g_mutex_unlock(&settings.connection_mutex);
+        gmutex_tsan_unlock(&settings.connection_mutex);
 }
 
 void settings_get_camera_connection(gchar **ip, gchar **user, gchar **pass)
 {
-        g_mutex_lock(&settings.connection_mutex);
+        gmutex_tsan_lock(&settings.connection_mutex);
         g_free(*ip);
         g_free(*user);
         g_free(*pass);
         *ip = g_strdup(settings.camera_ip);
         *user = g_strdup(settings.camera_user);
         *pass = g_strdup(settings.camera_pass);
-        g_mutex_unlock(&settings.connection_mutex);
+        gmutex_tsan_unlock(&settings.connection_mutex);
 }

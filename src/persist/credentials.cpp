@@ -27,16 +27,14 @@ constexpr gsize longest_text = G_MAXUINT16;
 #pragma GCC diagnostic ignored "-Wformat"
 void get_mac_address(unsigned char mac[mac_length])
 {
-        struct ifreq request;
-        memset(&request, 0, sizeof(request));
+        // Zeroed: a failed query leaves the address as it was.
+        struct ifreq request = {};
         const int fd = socket(AF_INET, SOCK_DGRAM, 0);
         if (fd < 0)
                 log_error("%s%s: socket: %m", __func__);
         g_strlcpy(request.ifr_name, "eth0", IFNAMSIZ);
-        if (ioctl(fd, SIOCGIFHWADDR, &request) < 0) {
+        if (ioctl(fd, SIOCGIFHWADDR, &request) < 0)
                 log_error("%s%s: ioctl(SIOCGIFHWADDR): %m", __func__);
-                memset(&request.ifr_hwaddr, 0, sizeof(request.ifr_hwaddr));
-        }
         memcpy(mac, request.ifr_hwaddr.sa_data, mac_length);
         if (fd >= 0)
                 close(fd);
