@@ -74,8 +74,8 @@ void camera_start_poll(void)
 // One control tick at most, however often the link is resumed.
 void camera_start_control_tick(void)
 {
-        g_clear_handle_id(&camera_link.control_tick, g_source_remove);
-        camera_link.control_tick = g_timeout_add(control_tick_ms, ptz_control_tick, nullptr);
+        if (camera_link.control_tick == 0)
+                camera_link.control_tick = g_timeout_add(control_tick_ms, ptz_control_tick, nullptr);
 }
 
 void camera_connect(void)
