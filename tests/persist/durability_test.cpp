@@ -56,7 +56,7 @@ TEST(Durability, EveryAnsweredChangeSurvivesSigkillAtRandomMoments)
         // Every answered change applied; the change sent but not answered may or may not be in.
         Values saved = {{"camera/pan_offset", "0"}, {"camera/ip", ""}, {"camera/user", ""},
                         {"tracking/return_to_home_timeout", "25"}};
-        int next_change = 0, answered_total = 0;
+        int next_change = 0;
         // One bus for every start: the zone service and the event producer are not needed.
         PrivateBus bus;
         ServiceOptions options;
@@ -89,7 +89,6 @@ TEST(Durability, EveryAnsweredChangeSurvivesSigkillAtRandomMoments)
                         }
                         for (const auto &[key, value] : c.values)
                                 saved[key] = value;
-                        answered_total++;
                 }
                 if (killer.joinable())
                         killer.join();
@@ -105,7 +104,6 @@ TEST(Durability, EveryAnsweredChangeSurvivesSigkillAtRandomMoments)
                         value = got;
                 }
         }
-        std::printf("durability: %d kills, %d answered changes, every one kept\n", kills, answered_total);
 }
 
 } // namespace
