@@ -53,12 +53,9 @@ TEST_F(Pid, LawStartsWithPureProportionalLimitsTheIntegralAndAppliesDeadBands)
         EXPECT_EQ(pan.output(), 0.0f);
         pan.update(1.5f);
         EXPECT_EQ(pan.output(), 3.0f);
-        pan.set_gains(1.0, 0.0, 0.0);
-        pan.update(2.0f);
-        EXPECT_EQ(pan.output(), 2.0f);
 }
 
-TEST_F(Pid, AutotuneDerivesTheRuleGainsFromSteadyCycles)
+TEST_F(Pid, AutotuneDerivesTheRuleGainsFromSteadyCyclesAndGivesUpWithoutThem)
 {
         clock_use_manual(1'000'000); // a second after boot: "never started" is not "long ago"
         ChannelPid pid = pan_like(1.0f, 0.0f, 0.0f);
@@ -96,15 +93,12 @@ TEST_F(Pid, AutotuneDerivesTheRuleGainsFromSteadyCycles)
         EXPECT_NEAR(kp, 1.7825, 1e-4);
         EXPECT_EQ(ki, 0.5);
         EXPECT_NEAR(kd, 0.3333, 1e-4);
-}
 
-TEST_F(Pid, AutotuneWithoutSteadyCyclesGivesUpAfter25SecondsWithoutAResult)
-{
+        // Cycles of even swing whose periods alternate between 1 and 3 s are never steady:
+        // given up after 25 s without a result.
         ChannelPid pan = pan_like(1.0f, 0.0f, 0.0f);
         pan.autotune_start(0.0f, 35.0f);
-        float command = 0.0f;
-        int64_t t = 0;
-        // Cycles of even swing whose periods alternate between 1 and 3 s: never steady.
+        t = 0;
         const auto unsteady = [](int64_t ms) { return ms % 4000 < 500 || (ms % 4000 >= 1000 && ms % 4000 < 2500); };
         for (; !pan.autotune_step(&command, unsteady(t) ? 5.0f : -5.0f) && t < 30'000; t += 50)
                 clock_advance_us(50'000);
