@@ -40,8 +40,6 @@ TEST(Credentials, TextsMatchKnownAnswersHaveTheirLengthAndRoundTrip)
                 const std::string plain(static_cast<size_t>(length), 'p');
                 const std::string text = encrypted(plain);
                 EXPECT_EQ(text.size(), static_cast<size_t>(text_length)) << length;
-                EXPECT_EQ(text.find_first_not_of("0123456789abcdef"), std::string::npos) << text;
-                EXPECT_EQ(encrypted(plain), text) << "same password, same text";
                 EXPECT_EQ(taken(decrypt_password(text.c_str())), plain);
         }
         EXPECT_EQ(taken(decrypt_password("61BB#9AA7CD86ABC3DF65E7BB9F677E7")), "s3cret"); // any case; not a digit: 0
