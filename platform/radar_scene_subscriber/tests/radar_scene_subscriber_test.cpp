@@ -22,11 +22,8 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 
 // What the callback received: each frame copied up to its own length field.
-struct Delivered {
-        std::mutex mutex;
-        std::vector<Bytes> frames;
-};
-Delivered delivered;
+std::mutex delivered_mutex;
+std::vector<Bytes> delivered;
 
 void collect(uint8_t *frame)
 {
@@ -35,14 +32,14 @@ void collect(uint8_t *frame)
                 std::max<uint32_t>((uint32_t{frame[0]} << 24) | (frame[1] << 16) | (frame[2] << 8) | frame[3], 4);
         Bytes copy(frame, frame + length);
         free(frame);
-        std::lock_guard lock(delivered.mutex);
-        delivered.frames.push_back(std::move(copy));
+        std::lock_guard lock(delivered_mutex);
+        delivered.push_back(std::move(copy));
 }
 
 std::vector<Bytes> frames()
 {
-        std::lock_guard lock(delivered.mutex);
-        return delivered.frames;
+        std::lock_guard lock(delivered_mutex);
+        return delivered;
 }
 
 bool wait_for_frames(size_t n)
@@ -73,8 +70,8 @@ protected:
         void SetUp() override
         {
                 g_setenv("RADAR_SCENE_PROVIDER_SOCKET", path_.c_str(), TRUE);
-                std::lock_guard lock(delivered.mutex);
-                delivered.frames.clear();
+                std::lock_guard lock(delivered_mutex);
+                delivered.clear();
         }
         void TearDown() override { radar_scene_subscriber_delete(subscriber_); }
         // Waits until the provider has accepted `connections` in all, so later packets reach the reader.
