@@ -39,11 +39,6 @@ guint32 our_match_rules()
         return rules;
 }
 
-bool set_zones(const char *json)
-{
-        return sim_zones_control("SetZones", g_variant_new("(s)", json));
-}
-
 // Zone 1: an enabled square "gate" around the origin plus a second enabled entry of it,
 // a square of another kind and a disabled square elsewhere.
 constexpr const char *mixed_zones = R"([{"id": 1, "areas": [
@@ -106,11 +101,11 @@ TEST_F(RadarZones, FetchStoresTheEnabledExclusionAreasARestartOrASignalRebuildsT
         EXPECT_TRUE(exclude_areas_contains(0, 0));
         EXPECT_FALSE(exclude_areas_contains(-0.3, 0) || exclude_areas_contains(0.3, 0));
 
-        ASSERT_TRUE(set_zones(
-                R"([{"id": 4, "areas": [{"name": "east", "polygon": [[0.4, -0.1], [0.9, -0.1], [0.9, 0.1], [0.4, 0.1]]}]}])"));
+        ASSERT_TRUE(sim_zones_control("SetZones", g_variant_new("(s)",
+                R"([{"id": 4, "areas": [{"name": "east", "polygon": [[0.4, -0.1], [0.9, -0.1], [0.9, 0.1], [0.4, 0.1]]}]}])")));
         EXPECT_TRUE(iterate_until([] { return exclude_areas_contains(0.6, 0); }));
         EXPECT_FALSE(exclude_areas_contains(0, 0));
-        ASSERT_TRUE(set_zones("[]"));
+        ASSERT_TRUE(sim_zones_control("SetZones", g_variant_new("(s)", "[]")));
         EXPECT_TRUE(iterate_until([] { return !exclude_areas_contains(0.6, 0); }));
         EXPECT_TRUE(log.matching("ERROR").empty());
 }

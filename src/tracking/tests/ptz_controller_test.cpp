@@ -18,7 +18,7 @@ protected:
 
 } // namespace
 
-TEST_F(Controller, SetTargetClampsAndZoomFollowsTheSmoothingAndSpeedRules)
+TEST_F(Controller, SetTargetClampsZoomFollowsTheSmoothingAndSpeedRulesAndAClosedLoopSettles)
 {
         controller.update(0, 0, 1);
         EXPECT_FALSE(controller.is_active()) << "no set point yet";
@@ -48,11 +48,9 @@ TEST_F(Controller, SetTargetClampsAndZoomFollowsTheSmoothingAndSpeedRules)
         EXPECT_FLOAT_EQ(controller.zoom_channel().previous_error(), 3.0f - 1.0f);
         controller.update(340, 0, 1);
         EXPECT_FLOAT_EQ(controller.zoom_channel().previous_error(), 3.6f - 1.0f);
-}
+        controller.stop();
 
-TEST_F(Controller, ClosedLoopSettlesInsideTheDeadBandsAndSwitchesItselfOff)
-{
-        // Per unit of speed the camera turns 1 degree/s and zooms 0.025 steps/s; 100 ms control tick.
+        // A closed loop settles inside the dead-bands and switches itself off. Per unit of speed the camera turns 1 degree/s and zooms 0.025 steps/s; 100 ms control tick.
         float pan = 0, tilt = 0, zoom = 1, pan_speed = 0, tilt_speed = 0, zoom_speed = 0;
         auto tick = [&](bool set_point) {
                 clock_advance_us(100'000);
