@@ -50,7 +50,8 @@ TEST_F(Controller, SetTargetClampsZoomFollowsTheSmoothingAndSpeedRulesAndAClosed
         EXPECT_FLOAT_EQ(controller.zoom_channel().previous_error(), 3.6f - 1.0f);
         controller.stop();
 
-        // A closed loop settles inside the dead-bands and switches itself off. Per unit of speed the camera turns 1 degree/s and zooms 0.025 steps/s; 100 ms control tick.
+        // A closed loop settles inside the dead-bands and switches itself off. Per unit of speed
+        // the camera turns 1 degree/s and zooms 0.025 steps/s; 100 ms control tick.
         float pan = 0, tilt = 0, zoom = 1, pan_speed = 0, tilt_speed = 0, zoom_speed = 0;
         auto tick = [&](bool set_point) {
                 clock_advance_us(100'000);
