@@ -18,10 +18,9 @@
 #include <glib/gstdio.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <fcntl.h>
+#include <future>
 #include <sys/mount.h>
-#include <thread>
 #include <tuple>
 #include <unistd.h>
 
@@ -59,17 +58,11 @@ void hand_over_as_systemd(const char *fds)
 // thread asks.
 std::string call(const std::string &method, const char *params = nullptr)
 {
-        HttpAnswer answer;
-        std::atomic<bool> done = false;
-        std::thread client([&] {
-                answer = cgi_post(socket_path, cgi_call_body(method, params));
-                done = true;
-                g_main_context_wakeup(nullptr);
-        });
-        while (!done)
-                g_main_context_iteration(nullptr, TRUE);
-        client.join();
-        return cgi_outcome(answer);
+        auto answer = std::async(std::launch::async,
+                                 [&] { return cgi_post(socket_path, cgi_call_body(method, params)); });
+        const auto ready = [&] { return answer.wait_for(std::chrono::seconds(0)) == std::future_status::ready; };
+        EXPECT_TRUE(iterate_until(ready));
+        return cgi_outcome(answer.get());
 }
 
 TEST(CgiSetUp, NeedsExactlyOneSocketFromSystemdThatTheLibraryCanServe)
