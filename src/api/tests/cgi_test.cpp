@@ -230,6 +230,7 @@ TEST_F(Cgi, SwitchesTakeOnlyJsonBooleans)
                 {"ReturnToHomeEnabled", R"("true")", "return_to_home_enabled"},
         };
         for (const auto &[name, not_boolean, key] : switches) {
+                const size_t subscriptions = radar_->publisher().accepted();
                 expect_exchanges({
                         {"get" + name, "", R"(data:{"value":false})"},
                         {"set" + name, std::string(R"({"value": )") + not_boolean + "}", faulty},
@@ -237,6 +238,9 @@ TEST_F(Cgi, SwitchesTakeOnlyJsonBooleans)
                         {"get" + name, "", R"(data:{"value":true})"},
                 });
                 EXPECT_EQ(saved("tracking", key), "true") << key;
+                EXPECT_TRUE(name != "TrackingEnabled" ||
+                            iterate_until([&] { return radar_->publisher().accepted() > subscriptions; }))
+                        << "tracking on subscribes to the scenes";
                 expect_exchanges({
                         {"set" + name, R"({"value": false})", accepted},
                         {"get" + name, "", R"(data:{"value":false})"},
