@@ -56,6 +56,9 @@ TEST(HttpClient, WarnsOnceWithoutAnAddressAndReachesIpv6AndLinkLocalCameras)
         }
         EXPECT_EQ(schemes_of(loopback), std::vector<std::string>{"http 200"});
         EXPECT_EQ(schemes_of(link_local), std::vector<std::string>{"http 200"});
+        connect_to("");
+        EXPECT_EQ(http_request(position, nullptr), 0);
+        EXPECT_EQ(log.matching("No address").size(), 2u) << "warned again after a request had an address";
 }
 
 TEST(HttpClient, KeepsOneConnectionForEveryRequestWithEitherAuthSchemeAndHandsOverOnlyNonEmptyBodies)
