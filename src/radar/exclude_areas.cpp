@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -16,6 +17,13 @@ struct RingEdge {
         double yj;
         double slope; // (yj - yi) / (xj - xi); infinite for a vertical edge
 };
+
+// One corner of an area as the zone service sends it: an element of "a(dd)".
+struct Vertex {
+        double x;
+        double y;
+};
+static_assert(sizeof(Vertex) == 2 * sizeof(double), "a vertex is read in place from its (dd) pair");
 
 struct Ring {
         std::vector<RingEdge> edges;
@@ -91,9 +99,9 @@ ZoneGroup &store_group(ZoneStore &store, gint32 zone_id)
 }
 
 // The ring closes itself: the last vertex connects back to the first.
-Ring ring_from_vertices(const std::vector<std::pair<double, double>> &vertices)
+Ring ring_from_vertices(std::span<const Vertex> vertices)
 {
-        Ring ring{{}, vertices.front().second, vertices.front().second};
+        Ring ring{{}, vertices.front().y, vertices.front().y};
         for (size_t i = 0; i < vertices.size(); i++) {
                 const auto [xi, yi] = vertices[i];
                 const auto [xj, yj] = vertices[(i + 1) % vertices.size()];
@@ -145,16 +153,11 @@ void exclude_areas_add(gint32 zone_id, GVariant *vertices)
         // The group exists once the zone has shown an exclusion area, usable or not.
         ZoneGroup &group = store_group(*pending, zone_id);
 
-        std::vector<std::pair<double, double>> points;
-        points.reserve(g_variant_n_children(vertices));
-        GVariantIter iter;
-        g_variant_iter_init(&iter, vertices);
-        double x = 0;
-        double y = 0;
-        while (g_variant_iter_next(&iter, "(dd)", &x, &y))
-                points.emplace_back(x, y);
-        if (points.size() >= 3)
-                group.rings.push_back(ring_from_vertices(points));
+        // Pairs of doubles have a fixed size: the array is read in place.
+        gsize count;
+        const auto *points = static_cast<const Vertex *>(g_variant_get_fixed_array(vertices, &count, sizeof(Vertex)));
+        if (count >= 3)
+                group.rings.push_back(ring_from_vertices({points, count}));
 }
 
 void exclude_areas_publish(void)
