@@ -8,39 +8,39 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 
 namespace {
 
 // A decimal int the way "%d" reads one, except that a number out of int's range does not
-// read (scanf would make it undefined).
-bool replies_read_int(const char *text, int *value, const char **end)
+// read (scanf would make it undefined). end, if given, moves past what was read.
+std::optional<int> replies_read_int(const char *text, const char **end = nullptr)
 {
         char *stop = nullptr;
         errno = 0;
         const long v = std::strtol(text, &stop, 10);
         if (stop == text || errno == ERANGE || v > INT_MAX || v < INT_MIN)
-                return false;
-        *value = static_cast<int>(v);
+                return std::nullopt;
         if (end)
                 *end = stop;
-        return true;
+        return static_cast<int>(v);
 }
 
 // "<key>%d" at the first occurrence of key.
-bool replies_read_keyed_int(const char *text, const char *key, int *value)
+std::optional<int> replies_read_keyed_int(const char *text, const char *key)
 {
         const char *at = std::strstr(text, key);
-        return at && replies_read_int(at + std::strlen(key), value, nullptr);
+        return at ? replies_read_int(at + std::strlen(key)) : std::nullopt;
 }
 
 // "<name>=%d" where name first occurs (a longer name that begins the same way hides it).
-bool replies_read_named_int(const char *text, const char *name, int *value)
+std::optional<int> replies_read_named_int(const char *text, const char *name)
 {
         const char *at = std::strstr(text, name);
         if (!at)
-                return false;
+                return std::nullopt;
         at += std::strlen(name);
-        return *at == '=' && replies_read_int(at + 1, value, nullptr);
+        return *at == '=' ? replies_read_int(at + 1) : std::nullopt;
 }
 
 bool replies_read_keyed_float(const char *text, const char *key, float *value)
@@ -57,8 +57,11 @@ bool replies_read_keyed_float(const char *text, const char *key, float *value)
 int replies_read_version(const char *text, int version[4])
 {
         int n = 0;
-        while (n < 4 && replies_read_int(text, &version[n], &text)) {
-                n++;
+        while (n < 4) {
+                const std::optional<int> number = replies_read_int(text, &text);
+                if (!number)
+                        break;
+                version[n++] = *number;
                 if (*text != '.')
                         break;
                 text++;
@@ -86,11 +89,10 @@ bool camera_parse_position_reply(const char *reply, PositionReply *out)
                 return false;
         const bool pan = replies_read_keyed_float(reply, "pan=", &out->pan);
         const bool tilt = replies_read_keyed_float(reply, "tilt=", &out->tilt);
-        int zoom = 0;
-        const bool zoom_read = replies_read_keyed_int(reply, "zoom=", &zoom);
-        if (zoom_read)
-                out->zoom = zoom;
-        return pan || tilt || zoom_read;
+        const std::optional<int> zoom = replies_read_keyed_int(reply, "zoom=");
+        if (zoom)
+                out->zoom = *zoom;
+        return pan || tilt || zoom;
 }
 
 bool probe_offers_metadata_stream(const char *properties)
@@ -107,22 +109,21 @@ bool probe_offers_metadata_stream(const char *properties)
                 return true;
         if (std::strncmp(at, version_line, std::strlen(version_line)) != 0)
                 return false;
-        int version[4] = {0, 0, 0, 0};
+        int version[4] = {}; // numbers not read count as 0
         return replies_read_version(at + std::strlen(version_line), version) >= 2 &&
                replies_version_has_stream(version);
 }
 
 void probe_read_field_angles(const char *limits, float *min_field_angle, float *max_field_angle)
 {
-        int tenths = 0;
         *min_field_angle = NAN;
         *max_field_angle = NAN;
         if (!limits)
                 return;
-        if (replies_read_named_int(limits, "PTZ.Limit.L1.MinFieldAngle", &tenths))
-                *min_field_angle = static_cast<float>(tenths / 10.0);
-        if (replies_read_named_int(limits, "PTZ.Limit.L1.MaxFieldAngle", &tenths))
-                *max_field_angle = static_cast<float>(tenths / 10.0);
+        if (const std::optional<int> tenths = replies_read_named_int(limits, "PTZ.Limit.L1.MinFieldAngle"))
+                *min_field_angle = static_cast<float>(*tenths / 10.0);
+        if (const std::optional<int> tenths = replies_read_named_int(limits, "PTZ.Limit.L1.MaxFieldAngle"))
+                *max_field_angle = static_cast<float>(*tenths / 10.0);
 }
 
 bool probe_read_product_number(const char *brand, char product[64])
