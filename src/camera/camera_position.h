@@ -26,6 +26,7 @@ struct ZoomCalibration {
 // "Not reported" markers of a position report.
 inline constexpr float camera_angle_not_reported = -360.0f;
 inline constexpr int32_t camera_zoom_not_reported = 0;
+inline constexpr int camera_moving_not_reported = -1;
 
 // Applies one report: a pan or tilt of -360 (or not finite) and a zoom of 0 are not
 // reported; a moving flag other than 0 or 1 keeps the stored one. Any thread.

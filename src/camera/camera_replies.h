@@ -3,12 +3,14 @@
 // broken, can be thrown at them.
 #pragma once
 
+#include "camera_position.h"
+
 #include <cstdint>
 
 struct PositionReply {
-        float pan = -360.0f;   // -360: not read
-        float tilt = -360.0f;  // -360: not read
-        int32_t zoom = 0;      // 0: not read
+        float pan = camera_angle_not_reported;
+        float tilt = camera_angle_not_reported;
+        int32_t zoom = camera_zoom_not_reported;
 };
 
 // Reads "pan=", "tilt=" and "zoom=" (each the first occurrence); a value that is missing,

@@ -68,12 +68,12 @@ int metadata_move_status(const PayloadView &move_status, const char *element, co
 {
         const PayloadView at = move_status.find(element);
         if (!at.found())
-                return -1;
+                return camera_moving_not_reported;
         if (at.starts_with(moving))
                 return 1;
         if (at.starts_with(idle))
                 return 0;
-        return -1;
+        return camera_moving_not_reported;
 }
 
 void metadata_read_position(const PayloadView &position, float *pan, float *tilt, int *zoom)
@@ -253,7 +253,7 @@ void parse_ptz_metadata(const uint8_t *payload, uint32_t length, void *)
         else
                 region = whole;
 
-        int pan_tilt_status = -1, zoom_status = -1;
+        int pan_tilt_status = camera_moving_not_reported, zoom_status = camera_moving_not_reported;
         const PayloadView move_status = region.find("<tt:MoveStatus>");
         if (move_status.found()) {
                 pan_tilt_status =

@@ -12,9 +12,9 @@ constexpr const char *position_query_path = "zelk-cgi/com/ptz.cgi?query=position
 
 // The previous poll's readings, for the moving flags.
 struct PollHistory {
-        float pan = -360.0f;
-        float tilt = -360.0f;
-        int32_t zoom = 0;
+        float pan = camera_angle_not_reported;
+        float tilt = camera_angle_not_reported;
+        int32_t zoom = camera_zoom_not_reported;
 };
 
 PollHistory history;
@@ -33,7 +33,7 @@ void camera_send(const gchar *path)
 int camera_moving_flag(bool read, bool changed)
 {
         if (!read)
-                return -1;
+                return camera_moving_not_reported;
         return changed ? 1 : 0;
 }
 
@@ -79,9 +79,9 @@ long camera_query_position(PositionReply *read)
 
 bool camera_apply_position_reply(const PositionReply &read)
 {
-        const bool pan = read.pan != -360.0f;
-        const bool tilt = read.tilt != -360.0f;
-        const bool zoom = read.zoom != 0;
+        const bool pan = read.pan != camera_angle_not_reported;
+        const bool tilt = read.tilt != camera_angle_not_reported;
+        const bool zoom = read.zoom != camera_zoom_not_reported;
         if (!pan && !tilt && !zoom)
                 return false;
         camera_position_update(read.zoom, camera_moving_flag(pan, read.pan != history.pan),
@@ -92,11 +92,11 @@ bool camera_apply_position_reply(const PositionReply &read)
 
 void camera_remember_poll(const PositionReply &read)
 {
-        if (read.pan != -360.0f)
+        if (read.pan != camera_angle_not_reported)
                 history.pan = read.pan;
-        if (read.tilt != -360.0f)
+        if (read.tilt != camera_angle_not_reported)
                 history.tilt = read.tilt;
-        if (read.zoom != 0)
+        if (read.zoom != camera_zoom_not_reported)
                 history.zoom = read.zoom;
 }
 
