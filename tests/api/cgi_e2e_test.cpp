@@ -25,9 +25,7 @@ TEST(CgiEndToEnd, ADamagedFileIsKeptBesideItWhenTheFirstChangeIsSaved)
                                     "zoom_degree=50\nzoom_correction=1\n\n@@ damage @@\n[tracking]\n"
                                     "return_to_home_timeout=120\n";
         ASSERT_TRUE(g_file_set_contents(file.c_str(), damaged.c_str(), -1, nullptr));
-        ServiceOptions options;
-        options.conf_dir = dir.path();
-        ServiceProcess service(options);
+        ServiceProcess service({.conf_dir = dir.path()});
         ASSERT_TRUE(service.wait_for_line("DEBUG: Running"));
         EXPECT_EQ(call(service, "getCameraMountingHeight"), R"(data:{"value":7.5,"minValue":1.0,"maxValue":16.0})");
         EXPECT_EQ(call(service, "getReturnToHomeTimeout"), R"(data:{"value":25,"minValue":1,"maxValue":300})");

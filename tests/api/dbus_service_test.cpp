@@ -51,14 +51,9 @@ TEST(DbusService, SetTrackingEnabledSwitchesTheValueAndTheFileWhileBadCallsAndAS
 {
         const TempDir dir{"trelvo-conf"};
         const std::string file = dir.file("trelvo.conf");
-        ServiceOptions options;
-        options.conf_dir = dir.path();
-        ServiceProcess service(options);
+        ServiceProcess service({.conf_dir = dir.path()});
         ASSERT_TRUE(service.wait_for_line("DEBUG: Running"));
-        ServiceOptions second_options;
-        second_options.bus = ServiceBus::existing;
-        second_options.bus_address = service.bus_address();
-        ServiceProcess second(second_options);
+        ServiceProcess second({.bus = ServiceBus::existing, .bus_address = service.bus_address()});
         EXPECT_EQ(second.wait_exit(), 1);
         EXPECT_EQ(second.matching("ERROR"), (Lines{"trelvo: ERROR: Failed to acquire service name: File exists",
                                                    "trelvo: ERROR: Failed to setup dbus"}));
@@ -175,9 +170,7 @@ TEST(DbusPolicy, AnUnprivilegedCallerMayReadTrackingEnabledButNotSetItNorOwnTheN
 {
         if (geteuid() != 0)
                 GTEST_SKIP() << "calling in as another user needs root (setpriv) and real uids on the bus";
-        ServiceOptions options;
-        options.bus_config = TRELVO_POLICY_BUS_CONFIG;
-        ServiceProcess service(options);
+        ServiceProcess service({.bus_config = TRELVO_POLICY_BUS_CONFIG});
         ASSERT_TRUE(service.wait_for_line("DEBUG: Running"));
         const std::string address = service.bus_address();
         for (const Lines &refused : {Lines{"call", trelvo, trelvo_path, trelvo, "SetTrackingEnabled", "b", "true"},

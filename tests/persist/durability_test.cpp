@@ -59,11 +59,8 @@ TEST(Durability, EveryAnsweredChangeSurvivesSigkillAtRandomMoments)
         int next_change = 0;
         // One bus for every start: the zone service and the event producer are not needed.
         PrivateBus bus;
-        ServiceOptions options;
-        options.conf_dir = dir.path();
-        options.debug_log = false;
-        options.bus = ServiceBus::existing;
-        options.bus_address = bus.address();
+        const ServiceOptions options{
+                .conf_dir = dir.path(), .debug_log = false, .bus = ServiceBus::existing, .bus_address = bus.address()};
         for (int kill = 0; kill <= kills && !HasFailure(); kill++) {
                 auto service = std::make_unique<ServiceProcess>(options);
                 ASSERT_TRUE(service->wait_for_line("Setting zoom degree")) << "kill " << kill;

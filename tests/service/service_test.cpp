@@ -39,8 +39,7 @@ TEST(Service, QuitSignalsStopItCleanlyAndTheConfigFileIsCreatedOnceThenLeftAlone
 {
         const TempDir dir{"trelvo-conf"};
         const std::string file = dir.file("trelvo.conf");
-        ServiceOptions options;
-        options.conf_dir = dir.path();
+        const ServiceOptions options{.conf_dir = dir.path()};
 
         // The first start creates the file; the load adds the zoom degree it lacks, the camera
         // link the zoom correction.
@@ -59,18 +58,15 @@ TEST(Service, QuitSignalsStopItCleanlyAndTheConfigFileIsCreatedOnceThenLeftAlone
 // after it is set up, and the whole teardown list still runs.
 TEST(Service, AFailedStepStopsItWithStatusOne)
 {
-        ServiceOptions read_only, no_bus;
-        read_only.conf_read_only = true;
-        no_bus.bus = ServiceBus::none;
         struct Case {
                 ServiceOptions options;
                 std::string reason, failure, step;
         } cases[] = {
-                {read_only,
+                {{.conf_read_only = true},
                  "trelvo: WARNING: Failed to write configuration to file, path: " TRELVO_CONF_DIR "/trelvo.conf, error: ",
                  "trelvo: ERROR: Failed to setup persistent", "persistent_setup"},
                 // The event declaration is the first step that needs the system bus.
-                {no_bus, "trelvo: WARNING: Failed to create proxy to data collection service: ",
+                {{.bus = ServiceBus::none}, "trelvo: WARNING: Failed to create proxy to data collection service: ",
                  "trelvo: ERROR: Failed to setup events", "declare_state_event"},
         };
         for (const Case &c : cases) {

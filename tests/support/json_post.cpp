@@ -139,10 +139,7 @@ HttpAnswer http_request(const HttpRequest &request)
 
 HttpAnswer cgi_post(const std::string &unix_socket, const std::string &body)
 {
-        HttpRequest request;
-        request.unix_socket = unix_socket;
-        request.body = body;
-        return http_request(request);
+        return http_request({.unix_socket = unix_socket, .body = body});
 }
 
 std::string cgi_call_body(const std::string &method, const char *params)

@@ -17,10 +17,10 @@ using JsonPtr = std::unique_ptr<json_t, JsonDecref>;
 inline constexpr const char *cgi_url = "http://localhost/zelk-cgi/trelvo.cgi";
 
 struct HttpRequest {
-        std::string unix_socket; // "" = connect to the URL's host and port
+        std::string unix_socket{}; // "" = connect to the URL's host and port
         std::string url = cgi_url;
         std::string method = "POST";
-        std::string body;
+        std::string body{};
         bool chunked = false; // send the body without a length
 };
 

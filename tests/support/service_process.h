@@ -23,14 +23,14 @@ enum class ServiceBus {
 };
 
 struct ServiceOptions {
-        std::string conf_dir;                 // host directory mounted as the config directory; "" = fresh tmpfs
-        std::vector<std::string> environment; // extra NAME=value entries
-        bool debug_log = true;                // G_MESSAGES_DEBUG=all, for the set-up and teardown trace
+        std::string conf_dir{};                 // host directory mounted as the config directory; "" = fresh tmpfs
+        std::vector<std::string> environment{}; // extra NAME=value entries
+        bool debug_log = true;                  // G_MESSAGES_DEBUG=all, for the set-up and teardown trace
         ServiceBus bus = ServiceBus::private_with_zones;
         bool conf_read_only = false; // the config directory mounted read-only
         bool keep_net = false;       // share this process's network namespace (eth0, the simulated camera)
-        std::string bus_config;  // private_with_zones: the dbus-daemon's configuration; "" = the rig's
-        std::string bus_address; // existing: the bus to join
+        std::string bus_config{};  // private_with_zones: the dbus-daemon's configuration; "" = the rig's
+        std::string bus_address{}; // existing: the bus to join
 };
 
 // Its CGI socket is handed over as systemd does.

@@ -25,11 +25,7 @@ SimCameraProcess::SimCameraProcess(const std::vector<std::string> &options)
 
 HttpAnswer SimCameraProcess::control(const char *method, const std::string &path, const char *what)
 {
-        HttpRequest request;
-        request.unix_socket = socket_;
-        request.url = "http://sim-camera" + path;
-        request.method = method;
-        HttpAnswer answer = http_request(request);
+        HttpAnswer answer = http_request({.unix_socket = socket_, .url = "http://sim-camera" + path, .method = method});
         if (answer.status != 200)
                 ADD_FAILURE() << "sim-camera " << what << ": " << answer.status << " " << answer.body;
         return answer;

@@ -33,11 +33,9 @@ std::string SimUnit::conf_text() const
 
 std::unique_ptr<ServiceProcess> SimUnit::start_service() const
 {
-        ServiceOptions options;
-        options.conf_dir = directory_.path();
-        options.keep_net = true;
-        options.environment = {"RADAR_SCENE_PROVIDER_SOCKET=" + directory_.file("scene.sock")};
-        auto service = std::make_unique<ServiceProcess>(options);
+        auto service = std::make_unique<ServiceProcess>(ServiceOptions{
+                .conf_dir = directory_.path(),
+                .environment = {"RADAR_SCENE_PROVIDER_SOCKET=" + directory_.file("scene.sock")}, .keep_net = true});
         service->wait_for_line("DEBUG: Running");
         return service;
 }

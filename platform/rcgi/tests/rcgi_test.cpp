@@ -112,9 +112,7 @@ protected:
 
         HttpAnswer post(const std::string &body)
         {
-                HttpRequest r;
-                r.body = body;
-                return request(r);
+                return request({.body = body});
         }
 
         TempDir dir_{"rcgi"};
@@ -201,12 +199,9 @@ TEST_F(Rcgi, OtherPathsMethodsAndOversizedBodiesGetHttpStatusesWithoutEnvelope)
         };
         HttpClient client;
         for (const Case &c : cases) {
-                HttpRequest r;
-                r.url = "http://localhost" + c.url_path;
-                r.method = c.method;
-                r.body = "{}" + std::string(c.body_size > 2 ? c.body_size - 2 : 0, ' ');
-                r.chunked = c.chunked;
-                const HttpAnswer answer = request(r, &client);
+                const std::string body = "{}" + std::string(c.body_size > 2 ? c.body_size - 2 : 0, ' ');
+                const HttpAnswer answer = request({.url = "http://localhost" + c.url_path, .method = c.method,
+                                                   .body = body, .chunked = c.chunked}, &client);
                 EXPECT_EQ(answer.status, c.status) << c.method << " " << c.url_path << " " << answer.curl_error;
                 EXPECT_EQ(answer.allow, c.status == 405 ? "POST" : "") << c.method << " " << c.url_path;
                 EXPECT_EQ(answer.connection, "close") << "one request per connection";
