@@ -15,8 +15,6 @@
 
 namespace {
 
-using Lines = std::vector<std::string>;
-
 constexpr const char *trelvo = "com.zelk.Trelvo1";
 constexpr const char *trelvo_path = "/com/zelk/Trelvo1";
 constexpr const char *properties = "org.freedesktop.DBus.Properties";

@@ -11,8 +11,6 @@
 
 namespace {
 
-using Lines = std::vector<std::string>;
-
 class Events : public ::testing::Test {
 protected:
         void SetUp() override { start_sim(); }

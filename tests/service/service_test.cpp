@@ -8,8 +8,6 @@
 
 namespace {
 
-using Lines = std::vector<std::string>;
-
 std::string last(const Lines &lines)
 {
         return lines.empty() ? "(none)" : lines.back();

@@ -1,6 +1,7 @@
 #include "log_capture.h"
 
 #include <glib.h>
+#include <gtest/gtest.h>
 #include <mutex>
 
 namespace {
@@ -62,6 +63,16 @@ std::vector<std::string> lines_containing(const std::vector<std::string> &lines,
                 if (line.find(text) != std::string::npos)
                         out.push_back(line);
         return out;
+}
+
+void LogCapture::expect_lines(const Lines &want) const
+{
+        const Lines got = lines();
+        ASSERT_EQ(got.size(), want.size()) << ::testing::PrintToString(got);
+        for (size_t i = 0; i < want.size(); i++) {
+                const size_t n = want[i].ends_with('*') ? want[i].size() - 1 : std::string::npos;
+                EXPECT_EQ(got[i].substr(0, n), want[i].substr(0, n)) << "line " << i;
+        }
 }
 
 void LogCapture::clear()

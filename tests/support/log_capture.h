@@ -5,8 +5,10 @@
 #include <string>
 #include <vector>
 
+using Lines = std::vector<std::string>;
+
 // The lines that contain text, in order.
-std::vector<std::string> lines_containing(const std::vector<std::string> &lines, const std::string &text);
+Lines lines_containing(const Lines &lines, const std::string &text);
 
 class LogCapture {
 public:
@@ -15,8 +17,11 @@ public:
         LogCapture(const LogCapture &) = delete;
         LogCapture &operator=(const LogCapture &) = delete;
 
-        std::vector<std::string> lines() const;
-        std::vector<std::string> matching(const std::string &text) const { return lines_containing(lines(), text); }
+        Lines lines() const;
+        Lines matching(const std::string &text) const { return lines_containing(lines(), text); }
+        // Expects the lines so far, line for line; a trailing '*' leaves the rest of that line
+        // free (e.g. GLib's own message).
+        void expect_lines(const Lines &want) const;
         void clear();
         // Takes the log back from whoever replaced the handler since construction.
         void install();

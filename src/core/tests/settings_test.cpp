@@ -9,8 +9,6 @@
 
 namespace {
 
-using Lines = std::vector<std::string>;
-
 TEST(SettingsStore, HoldsItsInitialValuesUntilLoadedAndComparesTheConnectionTripleNullApartFromEmpty)
 {
         gboolean small, human, vehicle, unidentified;

@@ -13,7 +13,6 @@
 
 namespace {
 
-using Lines = std::vector<std::string>;
 const std::string path = PERSISTENT_PATH;
 const std::string damaged_path = path + ".damaged";
 
@@ -21,16 +20,6 @@ unsigned file_mode(const std::string &file)
 {
         struct stat info;
         return stat(file.c_str(), &info) == 0 ? info.st_mode & 0777 : 0;
-}
-
-// Line for line; a trailing '*' leaves the rest of that line (GLib's own message) free.
-void expect_lines(const Lines &got, const Lines &want)
-{
-        ASSERT_EQ(got.size(), want.size()) << ::testing::PrintToString(got);
-        for (size_t i = 0; i < want.size(); i++) {
-                const size_t n = want[i].ends_with('*') ? want[i].size() - 1 : std::string::npos;
-                EXPECT_EQ(got[i].substr(0, n), want[i].substr(0, n));
-        }
 }
 
 // Read-only stops root too; the sandbox's tmpfs is ours to remount.
@@ -152,8 +141,8 @@ TEST_F(Persist, AMissingKeyReadsAsItsDefaultAndIsWrittenBackOtherReadFailuresOnl
         persistent_get_mounting_height(&height); // not a number
         EXPECT_EQ(height, 4.0);
         EXPECT_EQ(file_text(path), "[camera]\nmounting_height=high\n");
-        expect_lines(log.lines(), {"WARNING: Failed to read tracking enabled from file " + path + ", error(4): *",
-                                   "WARNING: Failed to read camera mounting height from file " + path + ", error(5): *"});
+        log.expect_lines({"WARNING: Failed to read tracking enabled from file " + path + ", error(4): *",
+                          "WARNING: Failed to read camera mounting height from file " + path + ", error(5): *"});
 }
 
 // What follows the damage is not lost: the file is kept aside before a save replaces it.
@@ -167,8 +156,8 @@ TEST_F(Persist, DamagedFileIsKeptOnceOwnerOnlyBeforeTheFirstSaveReplacesIt)
         ASSERT_TRUE(persistent_setup());
         double value = 0.0;
         persistent_get_pan_offset(&value); // after the damage: missing, so written back...
-        expect_lines(log.lines(), {"WARNING: Failed to read configuration from file, path: " + path + ", error: *",
-                                   "WARNING: Kept the damaged configuration file as " + damaged_path});
+        log.expect_lines({"WARNING: Failed to read configuration from file, path: " + path + ", error: *",
+                          "WARNING: Kept the damaged configuration file as " + damaged_path});
         EXPECT_EQ(file_text(damaged_path), damaged); // ...after the copy, which replaced the older one
         EXPECT_EQ(file_mode(damaged_path), 0600u);
         EXPECT_EQ(file_text(path), "[camera]\nmounting_height=7.5\npan_offset=0\n");
@@ -183,8 +172,8 @@ TEST_F(Persist, DamagedFileIsKeptOnceOwnerOnlyBeforeTheFirstSaveReplacesIt)
         set_read_only(true);
         log.clear();
         persistent_set_pan_offset(12.5);
-        expect_lines(log.lines(), {"WARNING: Failed to save camera pan offset",
-                                   "WARNING: error: Failed to create file “" + damaged_path + "*"});
+        log.expect_lines({"WARNING: Failed to save camera pan offset",
+                          "WARNING: error: Failed to create file “" + damaged_path + "*"});
         EXPECT_EQ(file_text(path), "not a key file\n");
         set_read_only(false);
         persistent_set_tilt_offset(1.5);
@@ -199,8 +188,8 @@ TEST_F(Persist, DamagedFileIsKeptOnceOwnerOnlyBeforeTheFirstSaveReplacesIt)
         set_read_only(true); // nor moved: the save stops there
         log.clear();
         persistent_set_pan_offset(2.0);
-        expect_lines(log.lines(), {"WARNING: Failed to save camera pan offset",
-                                   "WARNING: error: Failed to move " + path + " aside: *"});
+        log.expect_lines({"WARNING: Failed to save camera pan offset",
+                          "WARNING: error: Failed to move " + path + " aside: *"});
         set_read_only(false);
         persistent_set_pan_offset(2.0);
         EXPECT_TRUE(g_file_test(damaged_path.c_str(), G_FILE_TEST_IS_DIR));
@@ -233,12 +222,12 @@ TEST_F(Persist, ReadOnlyDirectoryKeepsChangesInMemoryUntilASaveSucceeds)
         EXPECT_FALSE(persistent_set_camera_name("cam"));
         double zoom = 0.0;
         persistent_get_zoom_degree(&zoom);
-        expect_lines(log.lines(), {"WARNING: Failed to save camera pan offset", "WARNING: error: *",
-                                   "WARNING: Failed to save tracking enabled", "WARNING: Error saving key 'enabled': *",
-                                   "WARNING: Failed to save return to home timeout", "WARNING: error: *",
-                                   "WARNING: Failed to save camera user", "WARNING: error: *",
-                                   "WARNING: Failed to save camera name", "WARNING: warning: *",
-                                   "ERROR: Failed to save default value of 'zoom_degree' to file: *"});
+        log.expect_lines({"WARNING: Failed to save camera pan offset", "WARNING: error: *",
+                          "WARNING: Failed to save tracking enabled", "WARNING: Error saving key 'enabled': *",
+                          "WARNING: Failed to save return to home timeout", "WARNING: error: *",
+                          "WARNING: Failed to save camera user", "WARNING: error: *",
+                          "WARNING: Failed to save camera name", "WARNING: warning: *",
+                          "ERROR: Failed to save default value of 'zoom_degree' to file: *"});
         EXPECT_EQ(file_text(path), before);
         set_read_only(false);
         persistent_set_tilt_offset(1.5); // the next save that succeeds writes them all

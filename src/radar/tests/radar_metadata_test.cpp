@@ -22,7 +22,6 @@ namespace {
 
 const std::vector<std::string> unit_classes{"Raw", "RawAssociated", "Unknown", "Human", "Vehicle", "SmallObject"};
 constexpr uint32_t human = 3, vehicle = 4, small_object = 5;
-using Lines = std::vector<std::string>;
 
 std::map<uint32_t, TrackedTarget> radar_targets()
 {
