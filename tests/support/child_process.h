@@ -8,6 +8,7 @@
 #include "log_capture.h"
 
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <condition_variable>
 #include <functional>
@@ -34,6 +35,13 @@ std::vector<std::string> sanitizer_options_without_leak_check();
 bool poll_until(const std::function<bool()> &done, double seconds, int interval_ms = 20);
 // The same for what this thread's main loop brings about: it runs between the asks.
 bool iterate_until(const std::function<bool()> &done, double seconds = child_default_wait_s);
+
+// Standard input (descriptor 0) closed while it lives, as for a program started without it.
+struct StdinClosed {
+        const int saved = dup(0);
+        StdinClosed() { close(0); }
+        ~StdinClosed() { dup2(saved, 0), close(saved); }
+};
 
 class ChildProcess {
 public:

@@ -158,8 +158,7 @@ TEST_F(SubscriberTest, TakesDescriptorZeroLikeAnyOther)
 {
         InProcessProvider provider(path_, {"Human"});
         ASSERT_TRUE(provider.ok()) << provider.error();
-        const int saved_stdin = dup(0);
-        close(0);
+        const StdinClosed closed;
         RadarSceneSubscriber *waking_on_zero = subscriber_ = radar_scene_subscriber_create(0, 3, 0);
         subscribe(provider, 1);
         ASSERT_EQ(radar_scene_subscriber_unsubscribe(subscriber_), 0);
@@ -172,8 +171,6 @@ TEST_F(SubscriberTest, TakesDescriptorZeroLikeAnyOther)
         provider.publisher().publish(std::array<uint8_t, 5>{0, 0, 0, 5, 4}.data(), 5);
         EXPECT_TRUE(wait_for_frames(1));
         radar_scene_subscriber_delete(std::exchange(subscriber_, nullptr));
-        dup2(saved_stdin, 0);
-        close(saved_stdin);
 }
 
 // A first packet without the "RSP1" greeting, or too short to hold it, names nothing;

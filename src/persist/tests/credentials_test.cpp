@@ -1,10 +1,10 @@
+#include "child_process.h"
 #include "credentials.h"
 #include "log_capture.h"
 #include "temp_dir.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <string>
 
@@ -47,12 +47,9 @@ TEST(Credentials, TextsMatchKnownAnswersHaveTheirLengthAndRoundTrip)
         EXPECT_EQ(taken(decrypt_password("7")) + taken(decrypt_password("")) + taken(decrypt_password(nullptr)), "");
 
         // Started with standard input closed, the address query gets descriptor 0: closed after.
-        const int saved_stdin = dup(0);
-        close(0);
+        const StdinClosed closed;
         EXPECT_EQ(encrypted("s3cret"), s3cret_text);
         EXPECT_EQ(fcntl(0, F_GETFD), -1);
-        dup2(saved_stdin, 0);
-        close(saved_stdin);
 }
 
 TEST(Credentials, TextsAreBoundToTheHardwareAddressAndSurviveAMissingEth0)
