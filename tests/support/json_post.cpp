@@ -123,7 +123,6 @@ HttpAnswer HttpClient::request(const HttpRequest &request)
                 answer.allow = allow->value;
         if (curl_easy_header(curl, "Connection", 0, CURLH_HEADER, -1, &connection) == CURLHE_OK)
                 answer.connection = connection->value;
-        curl_easy_getinfo(curl, CURLINFO_NUM_CONNECTS, &answer.new_connections);
         curl_easy_setopt(curl, CURLOPT_HTTPHEADER, nullptr);
         curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, nullptr);
         curl_slist_free_all(headers);

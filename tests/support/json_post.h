@@ -31,7 +31,6 @@ struct HttpAnswer {
         std::string connection; // the Connection header, if any
         JsonPtr json;      // the body parsed, null when it is not JSON
         std::string curl_error;
-        long new_connections = 0; // connections opened for it (0: it went on a kept one)
 };
 
 // One client with one connection, kept alive between requests; one per thread.
