@@ -19,14 +19,6 @@ SimEventCall sim_events_parse_call(const json_t *object)
                             .failed = json_is_true(json_object_get(object, "failed"))};
 }
 
-std::string joined(const std::vector<std::string> &items)
-{
-        std::string out;
-        for (const std::string &item : items)
-                out += (out.empty() ? "" : ", ") + item;
-        return "[" + out + "]";
-}
-
 } // namespace
 
 SimEventsProcess::SimEventsProcess(const std::string &bus_address)
@@ -90,7 +82,7 @@ bool SimEventsProcess::wait_for_states(const std::vector<std::string> &expected,
         };
         if (poll_until(ends_as_expected, seconds))
                 return true;
-        ADD_FAILURE() << "sim-events: the states sent " << joined(sent) << " do not end with " << joined(expected)
-                      << " after " << seconds << " s";
+        ADD_FAILURE() << "sim-events: the states sent " << ::testing::PrintToString(sent) << " do not end with "
+                      << ::testing::PrintToString(expected) << " after " << seconds << " s";
         return false;
 }
