@@ -134,12 +134,10 @@ void ChildProcess::finish_output(double seconds)
         if (!reader_.joinable())
                 return;
         std::unique_lock lock(mutex_);
-        if (!changed_.wait_until(lock, deadline_after(seconds), [&] { return output_ended_; })) {
-                lock.unlock();
+        const bool ended = changed_.wait_until(lock, deadline_after(seconds), [&] { return output_ended_; });
+        lock.unlock();
+        if (!ended)
                 kill(-pid_, SIGKILL);
-        } else {
-                lock.unlock();
-        }
         reader_.join();
 }
 

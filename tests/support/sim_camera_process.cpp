@@ -5,15 +5,6 @@
 
 #include <cstdlib>
 
-namespace {
-
-uint64_t sim_camera_count(const json_t *object, const char *key)
-{
-        return static_cast<uint64_t>(json_member_integer(object, key));
-}
-
-} // namespace
-
 SimCameraProcess::SimCameraProcess(const std::vector<std::string> &options)
 {
         std::vector<std::string> argv{TRELVO_SIM_CAMERA, "--control", socket_};
@@ -44,14 +35,14 @@ SimCameraStatus SimCameraProcess::status()
         s.zoom = json_member_number(root, "zoom");
         s.moving = json_is_true(json_object_get(root, "moving"));
         const json_t *connections = json_object_get(root, "connections");
-        s.http_connections = sim_camera_count(connections, "http");
-        s.https_connections = sim_camera_count(connections, "https");
-        s.requests = sim_camera_count(root, "requests");
+        s.http_connections = json_member_integer(connections, "http");
+        s.https_connections = json_member_integer(connections, "https");
+        s.requests = json_member_integer(root, "requests");
         s.pan_speed = json_member_number(root, "pan_speed");
         s.tilt_speed = json_member_number(root, "tilt_speed");
         const json_t *rtsp = json_object_get(root, "rtsp");
-        s.rtsp_clients = sim_camera_count(rtsp, "clients");
-        s.rtsp_packets = sim_camera_count(rtsp, "packets");
+        s.rtsp_clients = json_member_integer(rtsp, "clients");
+        s.rtsp_packets = json_member_integer(rtsp, "packets");
         return s;
 }
 
@@ -69,7 +60,7 @@ std::vector<SimCameraRequest> SimCameraProcess::requests(uint64_t since, uint64_
                                                 .status = static_cast<int>(json_member_integer(entry, "status"))});
         }
         if (answer.json && next)
-                *next = sim_camera_count(answer.json.get(), "next");
+                *next = json_member_integer(answer.json.get(), "next");
         return list;
 }
 
