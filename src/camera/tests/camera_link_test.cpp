@@ -58,6 +58,8 @@ protected:
         {
                 ptz_control_teardown();
                 EXPECT_EQ(camera_product_number(), nullptr) << "no model carried into the next connection";
+                EXPECT_EQ(g_main_context_find_source_by_funcs_user_data(nullptr, &g_timeout_funcs, nullptr), nullptr)
+                        << "no timer of the link left running";
                 clock_use_real();
                 // A later test on the real clock would otherwise send the camera home.
                 settings_set_return_to_home_enabled(FALSE);
@@ -146,6 +148,7 @@ TEST_F(CameraLink, FailsOnWrongCredentialsUntilTheSettingsChangeThenProbesAndPub
         EXPECT_FLOAT_EQ(zoom_calibration_get().min_field_angle, 3.0f);
         EXPECT_FLOAT_EQ(zoom_calibration_get().max_field_angle, 60.0f);
         zoom_calibration_set_field_angles(2.2f, 62.9f);
+        EXPECT_FALSE(ptz_control_tick(nullptr)) << "the autotune takes over, and still runs at the teardown";
 
         // An address of six characters is no camera: stop, disconnected, nothing more asked.
         settings_set_camera_connection("1.2.3.", "root", "pass");
@@ -353,8 +356,8 @@ TEST_F(CameraLink, StreamFeedsPositionsUntilItDropsThenPollingReprobesAndStartsA
 {
         clock_use_real(); // the stream and its fall-back run on the loop's real timers
         start({}, product);
-        EXPECT_FALSE(position_poll_tick(nullptr)) << "firmware 9.80 with metadata: the stream replaces the poll";
-        EXPECT_EQ(camera_position_source(), POSITION_STREAM);
+        EXPECT_TRUE(iterate_until([] { return camera_position_source() == POSITION_STREAM; }))
+                << "firmware 9.80 with metadata: the stream replaces the poll, which ends";
         GstElement *first = metadata_pipeline_current();
         ASSERT_NE(first, nullptr);
         g_object_add_weak_pointer(G_OBJECT(first), reinterpret_cast<gpointer *>(&first));
