@@ -105,7 +105,6 @@ void camera_choose_position_source(const char *properties)
                 CameraConnection connection;
                 if (metadata_pipeline_start(connection.ip, stream_port, stream_path, connection.user, connection.pass,
                                             parse_ptz_metadata, metadata_feed_stopped, nullptr) == 0) {
-                        camera_link.poll_timer = 0;
                         camera_link.source = POSITION_STREAM;
                         return;
                 }
