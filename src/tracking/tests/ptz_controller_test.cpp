@@ -27,6 +27,8 @@ TEST_F(Controller, SetTargetClampsZoomFollowsTheSmoothingAndSpeedRulesAndAClosed
         EXPECT_EQ(std::tuple(controller.target_pan(), controller.target_tilt(), controller.smoothed_zoom()),
                   std::tuple(360.0f, -90.0f, 12.0f));
         controller.stop();
+        EXPECT_FALSE(controller.pan_channel().active() || controller.tilt_channel().active() ||
+                     controller.zoom_channel().active()) << "a stop starts every channel afresh next time";
 
         // Zooming in eases, zooming out follows faster.
         controller.set_target(0, 0, 1);
