@@ -94,17 +94,25 @@ TEST_F(Pid, AutotuneDerivesTheRuleGainsFromSteadyCyclesAndGivesUpWithoutThem)
         EXPECT_EQ(ki, 0.5);
         EXPECT_NEAR(kd, 0.3333, 1e-4);
 
-        // Cycles of even swing whose periods alternate between 1 and 3 s are never steady:
-        // given up after 25 s without a result.
-        ChannelPid pan = pan_like(1.0f, 0.0f, 0.0f);
-        pan.autotune_start(0.0f, 35.0f);
-        t = 0;
-        const auto unsteady = [](int64_t ms) { return ms % 4000 < 500 || (ms % 4000 >= 1000 && ms % 4000 < 2500); };
-        for (; !pan.autotune_step(&command, unsteady(t) ? 5.0f : -5.0f) && t < 30'000; t += 50)
-                clock_advance_us(50'000);
-        EXPECT_EQ(t, 25'050);
-        EXPECT_FALSE(pan.autotune_finished());
-        command = 1234.0f;
-        EXPECT_TRUE(pan.autotune_step(&command, 0.0f));
-        EXPECT_EQ(command, 1234.0f);
+        // Cycles whose periods, or swings, deviate by exactly a quarter of their mean are not
+        // steady: periods of 1.5 and 2.5 s in turn, then swings of 6 and 10. Given up after 25 s.
+        using Wave = float (*)(int64_t ms);
+        const Wave periods = [](int64_t ms) {
+                return ms % 4000 < 750 || (ms % 4000 >= 1500 && ms % 4000 < 2750) ? 5.0f : -5.0f;
+        };
+        const Wave swings = [](int64_t ms) {
+                const bool wide = ms % 4000 >= 2000;
+                return ms % 2000 < 1000 ? (wide ? 5.0f : 2.0f) : (wide ? -5.0f : -4.0f);
+        };
+        for (const Wave wave : {periods, swings}) {
+                ChannelPid pan = pan_like(1.0f, 0.0f, 0.0f);
+                pan.autotune_start(0.0f, 35.0f);
+                for (t = 0; !pan.autotune_step(&command, wave(t)) && t < 30'000; t += 50)
+                        clock_advance_us(50'000);
+                EXPECT_EQ(t, 25'050);
+                EXPECT_FALSE(pan.autotune_finished());
+                command = 1234.0f;
+                EXPECT_TRUE(pan.autotune_step(&command, 0.0f));
+                EXPECT_EQ(command, 1234.0f);
+        }
 }
