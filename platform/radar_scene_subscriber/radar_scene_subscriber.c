@@ -151,15 +151,11 @@ static uint32_t rss_read_be32(const uint8_t *bytes)
  * bytes. NULL (and the packet freed) when the claimed length is beyond reason. */
 static uint8_t *rss_pad_frame(uint8_t *packet, size_t size)
 {
-        size_t wanted = size;
         uint8_t *grown;
         uint8_t header[RSS_FRAME_HEADER_SIZE] = {0};
 
         memcpy(header, packet, MIN(size, sizeof(header)));
-        if (rss_read_be32(header) > wanted)
-                wanted = rss_read_be32(header);
-        if (wanted < RSS_FRAME_HEADER_SIZE)
-                wanted = RSS_FRAME_HEADER_SIZE;
+        const size_t wanted = MAX(MAX(size, (size_t)rss_read_be32(header)), RSS_FRAME_HEADER_SIZE);
         if (wanted == size)
                 return packet;
         if (wanted > RSS_MAX_FRAME_SIZE) {
