@@ -67,6 +67,14 @@ bool TargetGroup::fits(const TrackedTarget &target) const
         return tracker_span_fits(span_start, span_end, target.left_edge, target.right_edge);
 }
 
+void TargetGroup::set_followed(bool on, int64_t now)
+{
+        if (followed == on)
+                return;
+        followed = on;
+        (on ? follow_start : unfollow_time) = now;
+}
+
 bool TargetGroup::fits(const TargetGroup &other) const
 {
         return tracker_span_fits(span_start, span_end, other.span_start, other.span_end);
@@ -175,12 +183,10 @@ void TargetTracker::expire_and_rotate(int64_t now)
                 if (expired)
                         group.recompute(scratch_);
 
-                if (guard_tour_enabled() && group.followed && group.follow_start != 0 &&
-                    clock_seconds_between(group.follow_start, now) > guard_tour_time() &&
-                    groups_.size() >= 2) {
-                        group.followed = false;
-                        group.unfollow_time = now;
-                }
+                // A watch ends after the guard tour time when another group waits.
+                if (guard_tour_enabled() && group.follow_start != 0 &&
+                    clock_seconds_between(group.follow_start, now) > guard_tour_time() && groups_.size() >= 2)
+                        group.set_followed(false, now);
 
                 if (group.targets.empty())
                         delete_group(index);
@@ -263,19 +269,10 @@ TargetGroup *TargetTracker::select_guard_tour(int64_t now)
                                          return a->followed;
                                  return a->unfollow_time < b->unfollow_time;
                          });
-        TargetGroup &first = *groups_.front();
-        if (!first.followed) {
-                first.followed = true;
-                first.follow_start = now;
-        }
-        for (size_t index = 1; index < groups_.size(); index++) {
-                TargetGroup &other = *groups_[index];
-                if (other.followed) {
-                        other.followed = false;
-                        other.unfollow_time = now;
-                }
-        }
-        return &first;
+        TargetGroup *first = groups_.front().get();
+        for (const auto &group : groups_)
+                group->set_followed(group.get() == first, now);
+        return first;
 }
 
 bool TargetTracker::get_target(float camera_pan, float camera_tilt, float *pan, float *tilt, float *width)

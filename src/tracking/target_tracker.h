@@ -49,6 +49,8 @@ struct TargetGroup {
         void recompute_if_stale(std::vector<float> &scratch);
         bool fits(const TrackedTarget &target) const;
         bool fits(const TargetGroup &other) const;
+        // Starts or stops the guard tour's watch; the time of the change is kept.
+        void set_followed(bool on, int64_t now);
 };
 
 class TargetTracker {
