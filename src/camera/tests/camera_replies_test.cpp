@@ -19,6 +19,7 @@ TEST(PositionReply, ReadsFirstOccurrencesAndNeverANonFiniteOrOutOfRangeValue)
         EXPECT_TRUE(camera_parse_position_reply("zoom=-2147483648\npan=1\npan=2\n", &r));
         EXPECT_EQ(std::tie(r.pan, r.tilt, r.zoom), std::make_tuple(1.0f, -360.0f, INT32_MIN)) << "the first pan counts";
         EXPECT_TRUE(camera_parse_position_reply("zoom=2147483647", &r) && r.zoom == INT32_MAX);
+        EXPECT_TRUE(camera_parse_position_reply("tilt=3", &r) && r.tilt == 3.0f) << "an angle alone is a reading";
 
         const char *unreadable[] = {"", "pan=\ntilt=x\nzoom=", "pan=nan\ntilt=inf\nzoom=99999999999",
                                     "pan=1e39\ntilt=-1e39\nzoom=-99999999999", "PAN=1 Tilt=2 Zoom=3"};
