@@ -125,6 +125,9 @@ protected:
                 // All it held goes with it (the leak checker sees a handle lost to a second set-up).
                 EXPECT_TRUE(cgi_setup());
                 cgi_cleanup();
+                const int client = unix_connect(socket_path);
+                EXPECT_FALSE(g_main_context_iteration(nullptr, FALSE)) << "a client wakes no watch left behind";
+                close(client);
                 radar_metadata_cleanup();
                 settings_cleanup();
                 persistent_cleanup();
