@@ -27,6 +27,9 @@
 /* A frame whose length field claims more than this is dropped rather than padded. */
 #define RSS_MAX_FRAME_SIZE (16u * 1024u * 1024u)
 #define RSS_FRAME_HEADER_SIZE 4u
+/* poll()'s "no time limit", and a descriptor it skips (a wait for the wake-up alone). */
+#define RSS_WAIT_FOREVER (-1)
+#define RSS_NO_FD (-1)
 
 struct RadarSceneSubscriber {
         /* A pthread mutex rather than a GMutex, so ThreadSanitizer sees it; an
@@ -240,7 +243,7 @@ static gboolean rss_deliver_frames(RadarSceneSubscriber *subscriber, int fd)
                 size_t size = 0;
                 uint8_t *frame;
                 RadarSceneMessageCallback callback;
-                const RssWait wait = rss_wait(fd, subscriber->wake_fd, -1);
+                const RssWait wait = rss_wait(fd, subscriber->wake_fd, RSS_WAIT_FOREVER);
 
                 if (wait == RSS_WAIT_WOKEN)
                         return TRUE;
@@ -285,7 +288,7 @@ static gpointer rss_reader(gpointer data)
                 }
                 if (stop || !rss_reconnect_enabled(subscriber))
                         break;
-                if (rss_wait(-1, subscriber->wake_fd, RSS_RECONNECT_INTERVAL_MS) == RSS_WAIT_WOKEN)
+                if (rss_wait(RSS_NO_FD, subscriber->wake_fd, RSS_RECONNECT_INTERVAL_MS) == RSS_WAIT_WOKEN)
                         break;
         }
         return NULL;
