@@ -34,25 +34,14 @@ int echo_params(const RcgiRequest *request, RcgiResponse *response)
         return 0;
 }
 
-int fail_formatted(const RcgiRequest *, RcgiResponse *response)
-{
-        return rcgi_errorf(response, 301, "custom %d for '%s'", 7, "x");
-}
-
-int fail_plain(const RcgiRequest *, RcgiResponse *response)
-{
-        response->data = json_object(); // dropped: the error wins
-        return 300;
-}
-
-int answer_nothing(const RcgiRequest *, RcgiResponse *)
-{
-        return 0;
-}
-
+using Request = const RcgiRequest *;
+// "plain" sets data, which its error drops.
 const RcgiMethod methods_v1[] = {
-        {"echo", echo_params, 1, 1},      {"fail", fail_formatted, 0, 1}, {"plain", fail_plain, 0, 1},
-        {"nodata", answer_nothing, 0, 1}, {"disabled", echo_params, 0, 0}, {nullptr, nullptr, 0, 0},
+        {"echo", echo_params, 1, 1},
+        {"fail", [](Request, RcgiResponse *r) { return rcgi_errorf(r, 301, "custom %d for '%s'", 7, "x"); }, 0, 1},
+        {"plain", [](Request, RcgiResponse *r) { r->data = json_object(); return 300; }, 0, 1},
+        {"nodata", [](Request, RcgiResponse *) { return 0; }, 0, 1},
+        {"disabled", echo_params, 0, 0}, {nullptr, nullptr, 0, 0},
 };
 const RcgiMethod methods_v2[] = {{"v2only", echo_params, 0, 1}, {nullptr, nullptr, 0, 0}};
 const RcgiApiVersion versions[] = {
