@@ -53,12 +53,10 @@ std::vector<SimCameraRequest> SimCameraProcess::requests(uint64_t since, uint64_
         size_t i;
         json_t *entry;
         json_array_foreach(json_object_get(answer.json.get(), "requests"), i, entry)
-        {
                 list.push_back(SimCameraRequest{.t_us = json_member_integer(entry, "t_us"),
                                                 .scheme = json_member_text(entry, "scheme"),
                                                 .path = json_member_text(entry, "path"),
                                                 .status = static_cast<int>(json_member_integer(entry, "status"))});
-        }
         if (answer.json && next)
                 *next = json_member_integer(answer.json.get(), "next");
         return list;
