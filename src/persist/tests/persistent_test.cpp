@@ -203,10 +203,9 @@ TEST_F(Persist, ReadOnlyDirectoryKeepsChangesInMemoryUntilASaveSucceeds)
 {
         // Nothing loaded is nothing to write: no reason to empty the file.
         g_file_set_contents(path.c_str(), "[camera]\npan_offset=1\n", -1, nullptr);
-        GError *error = nullptr;
+        g_autoptr(GError) error = nullptr;
         EXPECT_FALSE(persistent_save(&error));
         EXPECT_NE(error, nullptr);
-        g_clear_error(&error);
         gchar *name = nullptr;
         EXPECT_FALSE(persistent_get_camera_name(&name)) << "no name without a file";
         EXPECT_EQ(file_text(path), "[camera]\npan_offset=1\n");
