@@ -77,6 +77,7 @@ protected:
         // Waits until the provider has accepted `connections` in all, so later packets reach the reader.
         void subscribe(InProcessProvider &provider, size_t connections)
         {
+                ASSERT_TRUE(provider.ok()) << provider.error();
                 subscriber_ = subscriber_ ? subscriber_ : radar_scene_subscriber_create(0, 3, 0);
                 radar_scene_subscriber_set_on_message_arrived_callback(subscriber_, collect);
                 radar_scene_subscriber_set_reconnect(subscriber_, 1);
@@ -92,7 +93,6 @@ protected:
 TEST_F(SubscriberTest, DeliversPacketsInOrderPaddedToTheirLengthField)
 {
         InProcessProvider provider(path_, {}); // no classification names: scenes flow all the same
-        ASSERT_TRUE(provider.ok()) << provider.error();
         subscribe(provider, 1);
         interrupt_reader(); // a wait cut short by a signal is taken up again
 
@@ -157,7 +157,6 @@ TEST_F(SubscriberTest, ReconnectsToARestartedProviderKeepsOldNamesReadableAndRes
 TEST_F(SubscriberTest, TakesDescriptorZeroLikeAnyOther)
 {
         InProcessProvider provider(path_, {"Human"});
-        ASSERT_TRUE(provider.ok()) << provider.error();
         const StdinClosed closed;
         RadarSceneSubscriber *waking_on_zero = subscriber_ = radar_scene_subscriber_create(0, 3, 0);
         subscribe(provider, 1);
