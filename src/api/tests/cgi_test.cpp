@@ -31,11 +31,11 @@ constexpr const char *conf_file = TRELVO_CONF_DIR "/trelvo.conf";
 
 // systemd's listening socket on descriptor 3, put there before anything in the process
 // opens a descriptor (whatever is there was inherited, e.g. from the test runner); the
-// path is for the client.
+// path is for the client. Its directory goes at exit.
 std::string hand_over_socket(void)
 {
-        g_autofree gchar *dir = g_dir_make_tmp("cgi-test-XXXXXX", nullptr);
-        const std::string path = std::string(dir) + "/cgi.sock";
+        static const TempDir dir{"cgi-test"};
+        const std::string path = dir.file("cgi.sock");
         const int fd = unix_listen(path);
         if (fd < 0)
                 return "";
@@ -132,10 +132,6 @@ protected:
                 settings_cleanup();
                 persistent_cleanup();
                 delete radar_;
-                g_unlink((socket_path + ".radar").c_str());
-                g_unlink(socket_path.c_str());
-                g_autofree gchar *dir = g_path_get_dirname(socket_path.c_str());
-                g_rmdir(dir);
         }
         static InProcessProvider *radar_;
 };
