@@ -11,9 +11,7 @@
 namespace {
 
 // Not a lambda: its invoker copies the level, and our error level is outside the enum.
-void fuzz_drop_log(const gchar *, GLogLevelFlags, const gchar *, gpointer)
-{
-}
+void fuzz_drop_log(const gchar *, GLogLevelFlags, const gchar *, gpointer) {}
 
 } // namespace
 
@@ -25,7 +23,7 @@ void fuzz_quiet_logs(void)
 
 void fuzz_learn_radar_classes(void)
 {
-        gchar *dir = g_dir_make_tmp("trelvo-fuzz-XXXXXX", nullptr);
+        g_autofree gchar *dir = g_dir_make_tmp("trelvo-fuzz-XXXXXX", nullptr);
         const std::string path = std::string(dir) + "/scene-provider.sock";
         g_setenv("RADAR_SCENE_PROVIDER_SOCKET", path.c_str(), TRUE);
         {
@@ -37,7 +35,6 @@ void fuzz_learn_radar_classes(void)
         }
         g_unlink(path.c_str());
         g_rmdir(dir);
-        g_free(dir);
 }
 
 std::string fuzz_text(const uint8_t *data, size_t size)

@@ -93,13 +93,10 @@ void seeds_scenes(const std::string &dir)
 // The type string, a NUL byte, then the value in GVariant's serialized form.
 std::string seeds_variant(const char *text)
 {
-        GVariant *value = g_variant_parse(nullptr, text, nullptr, nullptr, nullptr);
-        GVariant *normal = g_variant_get_normal_form(value);
-        const std::string type = g_variant_get_type_string(normal);
-        std::string bytes(static_cast<const char *>(g_variant_get_data(normal)), g_variant_get_size(normal));
-        g_variant_unref(normal);
-        g_variant_unref(value);
-        return type + std::string(1, '\0') + bytes;
+        g_autoptr(GVariant) value = g_variant_parse(nullptr, text, nullptr, nullptr, nullptr);
+        g_autoptr(GVariant) normal = g_variant_get_normal_form(value);
+        const std::string bytes(static_cast<const char *>(g_variant_get_data(normal)), g_variant_get_size(normal));
+        return g_variant_get_type_string(normal) + std::string(1, '\0') + bytes;
 }
 
 } // namespace

@@ -15,13 +15,10 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
         const std::string text = fuzz_text(data, size);
-        gchar *plain = decrypt_password(text.c_str());
-        gchar *again = encrypt_password(plain);
-        gchar *back = decrypt_password(again);
+        g_autofree gchar *plain = decrypt_password(text.c_str());
+        g_autofree gchar *again = encrypt_password(plain);
+        g_autofree gchar *back = decrypt_password(again);
         if (strcmp(plain, back) != 0)
                 abort();
-        g_free(back);
-        g_free(again);
-        g_free(plain);
         return 0;
 }

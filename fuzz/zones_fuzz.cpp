@@ -24,10 +24,8 @@ GVariant *zones_fuzz_value(const uint8_t *data, size_t size)
         const size_t skip = end ? static_cast<size_t>(end - data) + 1 : 0;
         if (!g_variant_type_string_is_valid(type.c_str()) || !g_variant_type_is_definite(G_VARIANT_TYPE(type.c_str())))
                 return nullptr;
-        GBytes *bytes = g_bytes_new(data + skip, size - skip); // a copy: GVariant wants it aligned
-        GVariant *value = g_variant_ref_sink(g_variant_new_from_bytes(G_VARIANT_TYPE(type.c_str()), bytes, FALSE));
-        g_bytes_unref(bytes);
-        return value;
+        g_autoptr(GBytes) bytes = g_bytes_new(data + skip, size - skip); // a copy: GVariant wants it aligned
+        return g_variant_ref_sink(g_variant_new_from_bytes(G_VARIANT_TYPE(type.c_str()), bytes, FALSE));
 }
 
 } // namespace
@@ -41,7 +39,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-        GVariant *value = zones_fuzz_value(data, size);
+        g_autoptr(GVariant) value = zones_fuzz_value(data, size);
         if (!value)
                 return 0;
         // Without a zone service the listing's entries are walked but never asked for.
@@ -50,7 +48,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         radar_zones_load_areas(1, value);
         radar_zones_load_areas(2, value);
         exclude_areas_publish();
-        g_variant_unref(value);
         for (int i = -5; i <= 5; i++)
                 for (int j = -5; j <= 5; j++)
                         exclude_areas_contains(i / 4.0, j / 4.0);
