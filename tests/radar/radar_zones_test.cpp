@@ -136,7 +136,6 @@ TEST_F(RadarZones, PayloadsOfTheWrongTypeLoadNothingAndAreReported)
 
 TEST_F(RadarZones, AServiceThatVanishesMidCallLeavesAnEmptyStore)
 {
-        // Gone while asked for the zones: reported, and nothing is excluded any more.
         ASSERT_TRUE(sim_zones_control("VanishOn", g_variant_new("(s)", "GetZones")));
         radar_zones_fetch();
         EXPECT_FALSE(exclude_areas_contains(0, 0));

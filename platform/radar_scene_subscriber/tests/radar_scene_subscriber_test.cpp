@@ -146,7 +146,6 @@ TEST_F(SubscriberTest, ReconnectsToARestartedProviderKeepsOldNamesReadableAndRes
         ASSERT_EQ(radar_scene_subscriber_get_object_classifications(subscriber_, &current), 2);
         EXPECT_STREQ(current[1], "Vehicle");
 
-        // Unsubscribed and subscribed again, the same subscriber delivers again.
         ASSERT_EQ(radar_scene_subscriber_unsubscribe(subscriber_), 0);
         subscribe(restarted, 2);
         restarted.publisher().publish(frame.data(), frame.size());

@@ -160,7 +160,6 @@ TEST_F(Rcgi, AnswersCarryTheEnvelopeInOrderAndLibraryFailuresFollowTheirPreceden
                 EXPECT_EQ(json_integer_value(json_object_get(json_object_get(answer.json.get(), "error"), "code")), code)
                         << body.substr(0, 80) << " -> " << answer.body;
         }
-        // A body right at the limit is accepted.
         std::string largest = R"({"apiVersion": "1.1", "method": "echo", "params": {}})";
         largest.append(RCGI_MAX_BODY_SIZE - largest.size(), ' ');
         EXPECT_EQ(post(largest).status, 200);

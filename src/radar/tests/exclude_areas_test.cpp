@@ -84,7 +84,6 @@ TEST_F(ExcludeAreas, EveryZoneNeedsARingAroundThePointARingNeedsThreeVerticesAnd
         const Polygon right = {{-0.2, -0.4}, {0.8, -0.4}, {0.8, 0.4}, {-0.2, 0.4}};
         rebuild({{1, left}, {2, square}, {1, right}}, {{-0.3, 0, true}, {0.4, 0, true}, {0.7, 0, false}});
 
-        // A rebuild takes effect only when published.
         exclude_areas_clear();
         add(7, {{0.6, 0.6}, {0.9, 0.6}, {0.9, 0.9}});
         expect({{-0.3, 0, true}, {0.7, 0.65, false}});
