@@ -54,7 +54,7 @@ bool replies_read_keyed_float(const char *text, const char *key, float *value)
 }
 
 // "%d.%d.%d.%d": how many of the four numbers read, in order.
-int replies_read_version(const char *text, int version[4])
+int replies_read_version(const char *text, int (&version)[4])
 {
         int n = 0;
         while (n < 4) {
@@ -69,7 +69,7 @@ int replies_read_version(const char *text, int version[4])
         return n;
 }
 
-bool replies_version_has_stream(const int v[4])
+bool replies_version_has_stream(const int (&v)[4])
 {
         if (v[0] != 5)
                 return v[0] > 5;

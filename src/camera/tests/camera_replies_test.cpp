@@ -38,7 +38,7 @@ TEST(Probe, OffersTheStreamFromFirmware5_55_1_3OrCvpOrCfpAndReadsFieldAnglesAndP
                 return probe_offers_metadata_stream(list.c_str());
         };
         const char *with_stream[] = {"5.55.1.3", "5.55.1.4", "5.55.2", "5.56", "6.0", "10.2.3.4", "cvp",
-                                     "CFP-2.1", "CvP", "5.55.2.0-beta"};
+                                     "CFP-2.1", "CvP", "5.55.2.0-beta", "5.55.1.3.1"};
         for (const char *version : with_stream)
                 EXPECT_TRUE(offers("yes", version)) << version;
         const char *without[] = {"5.55.1.2", "5.55.1", "5.55", "5.55.0.9", "5.54.99.99", "4.99", "6", "", "x.1", "cv",
