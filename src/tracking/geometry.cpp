@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <utility>
 #include <vector>
 
 namespace {
@@ -131,10 +130,7 @@ void circular_span(const float *angles, size_t count, float *start, float *end)
 
 float angular_distance(float pan1, float tilt1, float pan2, float tilt2)
 {
-        if (pan1 > pan2) {
-                std::swap(pan1, pan2);
-        }
-        float dp = pan2 - pan1;
+        float dp = std::fabs(pan2 - pan1);
         if (dp > 180.0f)
                 dp = 360.0f - dp;
         constexpr float to_radians = 0.017453292f;
