@@ -76,7 +76,8 @@ static int rss_connect(void)
         const char *path = rss_socket_path();
         int fd;
 
-        if (strlen(path) >= sizeof(address.sun_path))
+        /* A path that fills sun_path leaves no room for its NUL. */
+        if (strnlen(path, sizeof(address.sun_path)) == sizeof(address.sun_path))
                 return -1;
         memset(&address, 0, sizeof(address));
         address.sun_family = AF_UNIX;
