@@ -160,6 +160,8 @@ TEST_F(RadarMetadataTest, FiltersSkipSilentlyAndTheSweepRemovesWhatTheLatestScen
         EXPECT_TRUE(targets.at(1).present);
         EXPECT_FLOAT_EQ(targets.at(1).pan, 12.0f);
         EXPECT_FALSE(targets.at(0).present || targets.at(4).present || targets.at(5).present || targets.at(8).present);
+        handle(second);
+        EXPECT_TRUE(radar_targets().at(1).present) << "an object seen in scene after scene stays";
 
         Scene empty;
         empty.set_time(1);
