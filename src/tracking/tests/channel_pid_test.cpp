@@ -53,6 +53,9 @@ TEST_F(Pid, LawStartsWithPureProportionalLimitsTheIntegralAndAppliesDeadBands)
         EXPECT_EQ(pan.output(), 0.0f);
         pan.update(1.5f);
         EXPECT_EQ(pan.output(), 3.0f);
+        pan.set_gains(1.0f, 0.0f, 0.0f);
+        pan.update(2.0f);
+        EXPECT_EQ(pan.output(), 2.0f) << "an error right at its dead-band is outside it";
 }
 
 TEST_F(Pid, AutotuneDerivesTheRuleGainsFromSteadyCyclesAndGivesUpWithoutThem)
