@@ -184,7 +184,7 @@ void TargetTracker::expire_and_rotate(int64_t now)
                         group.recompute(scratch_);
 
                 // A watch ends after the guard tour time when another group waits.
-                if (guard_tour_enabled() && group.follow_start != 0 &&
+                if (guard_tour_enabled() && group.followed && group.follow_start != 0 &&
                     clock_seconds_between(group.follow_start, now) > guard_tour_time() && groups_.size() >= 2)
                         group.set_followed(false, now);
 
