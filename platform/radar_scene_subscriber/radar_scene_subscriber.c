@@ -218,10 +218,10 @@ static void rss_adopt_names(RadarSceneSubscriber *subscriber, char **names, int 
 /* Reads the classification packet that opens every connection. */
 static gboolean rss_read_hello(RadarSceneSubscriber *subscriber, int fd, int wake_fd)
 {
-        size_t size = 0;
+        size_t size;
         uint8_t *packet;
-        char **names = NULL;
-        int n_names = 0;
+        char **names;
+        int n_names;
         gboolean ok;
 
         if (rss_wait(fd, wake_fd, RSS_HELLO_TIMEOUT_MS) != RSS_WAIT_READY)
@@ -241,7 +241,7 @@ static gboolean rss_read_hello(RadarSceneSubscriber *subscriber, int fd, int wak
 static gboolean rss_deliver_frames(RadarSceneSubscriber *subscriber, int fd)
 {
         for (;;) {
-                size_t size = 0;
+                size_t size;
                 uint8_t *frame;
                 RadarSceneMessageCallback callback;
                 const RssWait wait = rss_wait(fd, subscriber->wake_fd, RSS_WAIT_FOREVER);

@@ -117,7 +117,7 @@ static void rcgi_on_request(SoupServer *server, SoupServerMessage *message, cons
 
 static int rcgi_check_listening(int fd)
 {
-        int type = 0, listening = 0;
+        int type, listening;
         socklen_t size = sizeof(type);
 
         if (getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &size) < 0)

@@ -484,7 +484,7 @@ gboolean cgi_setup(void)
                 log_error("%sExpected one file descriptor from systemd, got %d.", sockets);
                 return FALSE;
         }
-        int watch_fd = -1;
+        int watch_fd;
         const int r = rcgi_new(SD_LISTEN_FDS_START, 0, &cgi.handle, &watch_fd);
         if (r < 0) {
                 log_error("%sFailed to set up CGI: %s", g_strerror(-r));

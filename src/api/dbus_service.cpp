@@ -42,7 +42,7 @@ constexpr const char *service_interface = "com.zelk.Trelvo1";
 int method_enabled(sd_bus_message *message, void *userdata, sd_bus_error *)
 {
         auto *service = static_cast<DbusService *>(userdata);
-        int enabled = 0;
+        int enabled;
         const int r = sd_bus_message_read(message, "b", &enabled);
         if (r < 0) {
                 log_error("%s%s: Failed to parse parameters: %s", "method_enabled", strerror(-r));

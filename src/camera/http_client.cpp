@@ -146,7 +146,7 @@ long http_request(const char *path, gchar **body)
         // A refused connection tries the other scheme, once, and not after a redirect.
         bool scheme_switched = false;
         int redirects = 0;
-        long status = 0;
+        long status; // read before every way out of the loop that returns it
         for (;;) {
                 http_forget_response();
                 if (!http_set_url(path) || !http_setopt(CURLOPT_TIMEOUT_MS, http_remaining_ms(started_us)))

@@ -15,19 +15,19 @@ TargetTracker *loaded_tracker = nullptr;
 // Each value goes through its setter so that the load logs the same lines as a change.
 void settings_load_values(void)
 {
-        double value = 0.0;
+        double value;
         persistent_get_mounting_height(&value);
         settings_set_mounting_height(value);
 
-        gboolean small = FALSE, human = FALSE, vehicle = FALSE, unidentified = FALSE;
+        gboolean small, human, vehicle, unidentified;
         persistent_get_object_types(&small, &human, &vehicle, &unidentified);
         settings_set_object_types(small, human, vehicle, unidentified);
 
-        gboolean home_enabled = FALSE;
+        gboolean home_enabled;
         persistent_get_return_to_home_enabled(&home_enabled);
         settings_set_return_to_home_enabled(home_enabled);
 
-        int home_timeout = 0;
+        int home_timeout;
         persistent_get_return_to_home_timeout(&home_timeout);
         settings_set_return_to_home_timeout(home_timeout);
 
@@ -42,7 +42,7 @@ void settings_load_values(void)
 // The controller keeps the gains; the store holds no copy.
 void settings_load_gains(void)
 {
-        double kp = 0.0, ki = 0.0, kd = 0.0;
+        double kp, ki, kd;
         persistent_get_pan_pid(&kp, &ki, &kd);
         controller_set_pan_pid(kp, ki, kd);
         persistent_get_tilt_pid(&kp, &ki, &kd);

@@ -159,7 +159,7 @@ gboolean persistent_save(GError **error)
         }
         if (damaged.pending && !keep_damaged_file(error))
                 return FALSE;
-        gsize length = 0;
+        gsize length;
         gchar *data = g_key_file_to_data(key_file, &length, nullptr);
         const gboolean saved = g_file_set_contents_full(PERSISTENT_PATH, data, static_cast<gssize>(length),
                                                         G_FILE_SET_CONTENTS_CONSISTENT, file_mode, error);

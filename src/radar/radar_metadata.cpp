@@ -187,7 +187,7 @@ void radar_metadata_take_objects(const Scene &scene)
                 if (exclude_areas_contains(static_cast<double>(object.bounding_box().left()),
                                            static_cast<double>(object.bounding_box().top())))
                         continue;
-                int32_t class_index = 0;
+                int32_t class_index;
                 fault = scene_object_check_classification(object, metadata.class_count, &class_index);
                 if (fault != SceneObjectFault::none) {
                         radar_metadata_log_fault(fault);

@@ -51,13 +51,13 @@ void radar_zones_load_entry(gint32 zone_id, const gchar *entry)
 
 void radar_zones_load_zone(GVariant *zone)
 {
-        gint32 zone_id = 0;
-        GVariant *entries = nullptr;
+        gint32 zone_id;
+        GVariant *entries;
         g_variant_get(zone, "(i@a(sb))", &zone_id, &entries);
         GVariantIter iter;
         g_variant_iter_init(&iter, entries);
-        const gchar *entry = nullptr;
-        gboolean active = FALSE;
+        const gchar *entry;
+        gboolean active;
         while (g_variant_iter_next(&iter, "(&sb)", &entry, &active))
                 if (active)
                         radar_zones_load_entry(zone_id, entry);

@@ -4,6 +4,7 @@
 #include "tracking_math.h"
 
 #include <cmath>
+#include <optional>
 
 namespace {
 
@@ -27,6 +28,17 @@ CycleStats pid_cycle_stats(const AutotuneCycle *cycles, size_t count, Field fiel
         return {mean, std::sqrt(squares / static_cast<float>(count))};
 }
 
+AutotuneCycle autotune_cycle_between(const std::vector<AutotuneSample> &samples, size_t rise, size_t next_rise)
+{
+        AutotuneCycle cycle{9999.9f, -9999.9f, 0.0f};
+        for (size_t k = rise; k < next_rise; k++) {
+                cycle.min = std::fmin(cycle.min, samples[k].value);
+                cycle.max = std::fmax(cycle.max, samples[k].value);
+        }
+        cycle.period = clock_seconds_between(samples[rise].time, samples[next_rise].time);
+        return cycle;
+}
+
 } // namespace
 
 void autotune_extract_cycles(const std::vector<AutotuneSample> &samples, std::vector<AutotuneCycle> &cycles)
@@ -45,32 +57,23 @@ void autotune_extract_cycles(const std::vector<AutotuneSample> &samples, std::ve
         const float upper = middle + hysteresis;
         const float lower = middle - hysteresis;
 
+        // A cycle runs from one rise above the upper level to the next; a fall below the
+        // lower level must come between them.
         const size_t n = samples.size();
-        bool have_earlier = false;
-        size_t earlier = 0;
+        std::optional<size_t> last_rise;
         size_t i = 0;
         for (;;) {
                 while (i < n && !(samples[i].value > upper))
                         i++;
                 if (i == n)
                         return;
-                if (have_earlier) {
-                        AutotuneCycle cycle{9999.9f, -9999.9f, 0.0f};
-                        for (size_t k = earlier; k < i; k++) {
-                                cycle.min = std::fmin(cycle.min, samples[k].value);
-                                cycle.max = std::fmax(cycle.max, samples[k].value);
-                        }
-                        cycle.period = clock_seconds_between(samples[earlier].time, samples[i].time);
-                        cycles.push_back(cycle);
-                }
-                size_t below = i + 1;
-                while (below < n && !(samples[below].value < lower))
-                        below++;
-                if (below >= n)
+                if (last_rise)
+                        cycles.push_back(autotune_cycle_between(samples, *last_rise, i));
+                last_rise = i;
+                while (i < n && !(samples[i].value < lower))
+                        i++;
+                if (i == n)
                         return;
-                earlier = i;
-                have_earlier = true;
-                i = below + 1;
         }
 }
 
