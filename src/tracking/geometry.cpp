@@ -4,9 +4,7 @@
 #include "tracking_math.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <vector>
 
 namespace {
 
@@ -16,24 +14,6 @@ constexpr double geometry_aim_height = 1.0;
 constexpr float geometry_steepness_limit = 1.4f;
 // Objects are framed as if they were this wide.
 constexpr float geometry_half_extent = 2.5f;
-
-
-// The fit tests call this with four angles and groups with a few dozen: sort on the stack
-// when that is enough.
-void circular_span_sorted(const float *sorted, size_t count, float *start, float *end)
-{
-        float best = 0.0f;
-        for (size_t i = 0; i < count; i++) {
-                const float a = sorted[i];
-                const float b = i + 1 < count ? sorted[i + 1] : sorted[0];
-                const float gap = std::fabs(forward_arc(a, b));
-                if (gap > best) {
-                        best = gap;
-                        *start = b;
-                        *end = a;
-                }
-        }
-}
 
 } // namespace
 
@@ -106,26 +86,25 @@ float forward_arc(float a, float b)
         return r;
 }
 
-void circular_span(const float *angles, size_t count, float *start, float *end)
+void circular_span(float *angles, size_t count, float *start, float *end)
 {
-        if (count == 0)
-                return;
         if (count == 1) {
                 *start = angles[0];
                 *end = angles[0];
                 return;
         }
-        constexpr size_t on_stack = 64;
-        if (count <= on_stack) {
-                std::array<float, on_stack> sorted;
-                std::copy(angles, angles + count, sorted.begin());
-                std::sort(sorted.begin(), sorted.begin() + static_cast<std::ptrdiff_t>(count));
-                circular_span_sorted(sorted.data(), count, start, end);
-                return;
+        std::sort(angles, angles + count);
+        float best = 0.0f;
+        for (size_t i = 0; i < count; i++) {
+                const float a = angles[i];
+                const float b = i + 1 < count ? angles[i + 1] : angles[0];
+                const float gap = std::fabs(forward_arc(a, b));
+                if (gap > best) {
+                        best = gap;
+                        *start = b;
+                        *end = a;
+                }
         }
-        std::vector<float> sorted(angles, angles + count);
-        std::sort(sorted.begin(), sorted.end());
-        circular_span_sorted(sorted.data(), count, start, end);
 }
 
 float angular_distance(float pan1, float tilt1, float pan2, float tilt2)

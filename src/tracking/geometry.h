@@ -23,7 +23,8 @@ float angle_midpoint(float a, float b);
 float forward_arc(float a, float b);
 // Start and end of the smallest arc covering every angle (the complement of the largest gap
 // between neighbours). Leaves the outputs alone for an empty list or when all angles are equal;
-// a single angle gives start = end = that angle.
-void circular_span(const float *angles, size_t count, float *start, float *end);
+// a single angle gives start = end = that angle. Sorts the angles in place: every caller
+// hands over a list of its own, so the hot path neither copies nor allocates.
+void circular_span(float *angles, size_t count, float *start, float *end);
 // Great-circle angle between two directions (pan, tilt), degrees.
 float angular_distance(float pan1, float tilt1, float pan2, float tilt2);

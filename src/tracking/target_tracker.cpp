@@ -14,7 +14,7 @@ namespace {
 // so that four equal angles count as width 0.
 bool tracker_span_fits(float a, float b, float c, float d)
 {
-        const std::array<float, 4> angles{a, b, c, d};
+        std::array<float, 4> angles{a, b, c, d};
         float start = 0.0f;
         float end = 0.0f;
         circular_span(angles.data(), angles.size(), &start, &end);

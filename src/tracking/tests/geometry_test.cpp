@@ -60,7 +60,7 @@ TEST(Geometry, CircularHelpersWrapAndCoverTheSmallestArc)
         EXPECT_FLOAT_EQ(angle_midpoint(0, 180), 90.0f);
 
         float start = -1, end = -1;
-        const float wrapping[] = {10, 350}, plain[] = {30, 10, 20}, equal[] = {5, 5, 5};
+        float wrapping[] = {10, 350}, plain[] = {30, 10, 20}, equal[] = {5, 5, 5};
         circular_span(wrapping, 2, &start, &end);
         EXPECT_EQ(std::pair(start, end), std::pair(350.0f, 10.0f));
         circular_span(plain, 3, &start, &end);
