@@ -12,7 +12,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <ctime>
 #include <poll.h>
 
 // sd-bus's connection as a GLib source: it polls the connection's descriptor for the
@@ -65,23 +64,6 @@ const sd_bus_vtable service_vtable[] = {
         SD_BUS_VTABLE_END,
 };
 
-uint64_t bus_source_now_us(void)
-{
-        struct timespec now;
-        clock_gettime(CLOCK_MONOTONIC, &now);
-        return static_cast<uint64_t>(now.tv_sec) * 1000000u + static_cast<uint64_t>(now.tv_nsec) / 1000u;
-}
-
-// Milliseconds from now until an absolute CLOCK_MONOTONIC time, rounded up; 0 once passed.
-gint bus_source_timeout_ms(uint64_t until_us)
-{
-        const uint64_t now = bus_source_now_us();
-        if (until_us <= now)
-                return 0;
-        const uint64_t ms = (until_us - now + 999) / 1000;
-        return ms > G_MAXINT ? G_MAXINT : static_cast<gint>(ms);
-}
-
 GIOCondition bus_source_condition(int events)
 {
         unsigned condition = 0;
@@ -125,16 +107,17 @@ gboolean bus_source_prepare(GSource *base, gint *timeout)
 {
         auto *source = reinterpret_cast<BusSource *>(base);
         bus_source_watch_fd(source);
-        uint64_t until_us = UINT64_MAX; // sd-bus's next deadline (CLOCK_MONOTONIC); 0: now
+        uint64_t until_us; // sd-bus's next deadline (CLOCK_MONOTONIC); 0: now; UINT64_MAX: none
         const int r = sd_bus_get_timeout(source->bus, &until_us);
         if (r < 0) {
                 bus_source_log_timeout_failure(r);
                 until_us = UINT64_MAX;
         }
-        *timeout = until_us == UINT64_MAX ? -1 : bus_source_timeout_ms(until_us);
-        // A passed deadline is work too: sd-bus answers the pending call with an error. One
-        // that passes while the loop polls is found by the next prepare.
-        return *timeout == 0;
+        // GLib counts the same clock, so it wakes the loop at the deadline itself. A passed
+        // deadline is work too: sd-bus answers the pending call with an error.
+        g_source_set_ready_time(base, until_us == UINT64_MAX ? -1 : static_cast<gint64>(until_us));
+        *timeout = -1;
+        return FALSE;
 }
 
 gboolean bus_source_check(GSource *base)
