@@ -70,24 +70,24 @@ static const char *rss_socket_path(void)
         return path && *path ? path : RSS_DEFAULT_SOCKET;
 }
 
+/* A connected descriptor, or a negative errno. */
 static int rss_connect(void)
 {
-        struct sockaddr_un address;
+        struct sockaddr_un address = {.sun_family = AF_UNIX};
         const char *path = rss_socket_path();
         int fd;
 
         /* A path that fills sun_path leaves no room for its NUL. */
         if (strnlen(path, sizeof(address.sun_path)) == sizeof(address.sun_path))
-                return -1;
-        memset(&address, 0, sizeof(address));
-        address.sun_family = AF_UNIX;
+                return -ENAMETOOLONG;
         strcpy(address.sun_path, path);
         fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
         if (fd < 0)
-                return -1;
+                return -errno;
         if (connect(fd, (const struct sockaddr *)&address, sizeof(address)) < 0) {
+                const int r = -errno;
                 close(fd);
-                return -1;
+                return r;
         }
         return fd;
 }
