@@ -91,11 +91,11 @@ constexpr size_t n_object_types = G_N_ELEMENTS(object_types);
 constexpr size_t checked_ip_length = 7;
 
 struct CgiState {
-        RcgiHandle *handle = nullptr;
-        guint watch = 0;
+        RcgiHandle *handle;
+        guint watch;
 };
 
-CgiState cgi;
+CgiState cgi; // file-level, so it starts zeroed: only non-zero starts are written
 
 int cgi_answer(RcgiResponse *response, json_t *data)
 {

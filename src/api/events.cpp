@@ -13,11 +13,11 @@ constexpr const char *producer_object_path = "/com/zelk/EventProducerd1";
 constexpr const char *producer_interface = "com.zelk.EventProducerd1";
 
 struct EventsClient {
-        GDBusProxy *proxy = nullptr;
-        gint32 declaration_id = 0; // 0 until the producer accepted the declaration
+        GDBusProxy *proxy;
+        gint32 declaration_id; // 0 until the producer accepted the declaration
 };
 
-EventsClient events;
+EventsClient events; // file-level, so it starts zeroed: only non-zero starts are written
 
 struct StringPair {
         const gchar *key;

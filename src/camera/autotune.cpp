@@ -28,12 +28,12 @@ constexpr int attempts = 3;
 constexpr float zoom_check_position = 100.0f;
 
 struct Autotune {
-        int step = 0;
-        int wait_count = 0;
-        int attempt_count = 0; // failed attempts, across runs, until the sequence gives up
+        int step;
+        int wait_count;
+        int attempt_count; // failed attempts, across runs, until the sequence gives up
 };
 
-Autotune autotune;
+Autotune autotune; // file-level, so it starts zeroed: only non-zero starts are written
 
 bool autotune_at_test_position(const CameraPosition &camera)
 {

@@ -30,16 +30,16 @@ constexpr const char *stream_path = "zelk-media/media.amp?video=0&audio=0&ptz=al
 struct CameraLink {
         CameraConnectionState state = CAMERA_DISCONNECTED;
         PositionSource source = POSITION_UNPROBED;
-        guint poll_timer = 0; // 0 when none runs, or when the running one ends after this run
+        guint poll_timer; // 0 when none runs, or when the running one ends after this run
         gboolean reconnect_requested = TRUE;
-        gchar *product_number = nullptr;
-        gchar *camera_name = nullptr; // the model the controller's gains were tuned for
+        gchar *product_number;
+        gchar *camera_name; // the model the controller's gains were tuned for
         // Kept so that shutdown can remove them; each ends itself by returning FALSE.
-        guint control_tick = 0;
-        guint autotune_tick = 0;
+        guint control_tick;
+        guint autotune_tick;
 };
 
-CameraLink camera_link;
+CameraLink camera_link; // file-level, so it starts zeroed: only non-zero starts are written
 
 const char *const state_names[] = {"disconnected", "connecting", "autotune", "connected", "connect_failed"};
 

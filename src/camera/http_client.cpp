@@ -15,16 +15,16 @@ constexpr const char *http_interface = "eth0";
 constexpr long http_connect_timeout_ms = 2000;
 
 struct HttpClient {
-        gchar *host = nullptr;
-        gchar *http_port = nullptr;
-        gchar *https_port = nullptr;
-        gboolean use_https = FALSE;
-        CURL *handle = nullptr;
-        GString *response = nullptr; // the body of the pass under way
+        gchar *host;
+        gchar *http_port;
+        gchar *https_port;
+        gboolean use_https;
+        CURL *handle;
+        GString *response; // the body of the pass under way
         gboolean warn_no_address = TRUE;
 };
 
-HttpClient http;
+HttpClient http; // file-level, so it starts zeroed: only non-zero starts are written
 
 size_t http_write_cb(char *data, size_t size, size_t count, void *)
 {

@@ -20,12 +20,12 @@ constexpr const char *metadata_interface = "eth0";
 constexpr size_t element_read_window = 255;
 
 struct MetadataFeed {
-        GstElement *pipeline = nullptr;
-        MetadataPayloadHandler on_payload = nullptr;
-        MetadataErrorHandler on_error = nullptr;
+        GstElement *pipeline;
+        MetadataPayloadHandler on_payload;
+        MetadataErrorHandler on_error;
 };
 
-MetadataFeed feed;
+MetadataFeed feed; // file-level, so it starts zeroed: only non-zero starts are written
 
 // A bounded view of the payload: nothing here reads past its end.
 struct PayloadView {

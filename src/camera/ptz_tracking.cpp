@@ -17,16 +17,16 @@ constexpr float home_pan_tilt_tolerance = 2.0f;
 constexpr float home_magnification_tolerance = 0.4f;
 
 struct TrackingMoves {
-        gboolean tracking_enabled = FALSE;
-        gboolean last_tracking_enabled = FALSE;
-        gboolean move_active = FALSE; // the last continuous move sent was not the stop
-        gboolean controller_was_active = FALSE;
-        gboolean home_pending = FALSE;
-        int64_t idle_since_us = 0;
+        gboolean tracking_enabled;
+        gboolean last_tracking_enabled;
+        gboolean move_active; // the last continuous move sent was not the stop
+        gboolean controller_was_active;
+        gboolean home_pending;
+        int64_t idle_since_us;
         CameraPosition idle_position; // where the camera settled
 };
 
-TrackingMoves moves;
+TrackingMoves moves; // file-level, so it starts zeroed: only non-zero starts are written
 
 void tracking_follow_switch(void)
 {

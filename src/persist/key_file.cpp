@@ -20,12 +20,12 @@ constexpr int file_mode = 0600;
 #define PERSISTENT_DAMAGED_PATH PERSISTENT_PATH ".damaged"
 
 struct DamagedFile {
-        bool pending = false;
-        gchar *contents = nullptr; // as loaded; NULL when the file could not be read at all
-        gsize length = 0;
+        bool pending;
+        gchar *contents; // as loaded; NULL when the file could not be read at all
+        gsize length;
 };
 
-DamagedFile damaged;
+DamagedFile damaged; // file-level, so it starts zeroed: only non-zero starts are written
 
 void forget_damaged_file(void)
 {

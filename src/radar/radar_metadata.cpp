@@ -23,25 +23,25 @@ struct KnownObject {
 };
 
 struct RadarMetadata {
-        int subscribed = 0;
-        RadarSceneSubscriber *subscriber = nullptr;
-        int pending_enable = 0;
+        int subscribed;
+        RadarSceneSubscriber *subscriber;
+        int pending_enable;
 
         // Written under the mutex before any subscription exists; the scene thread then
         // only reads the table and count, so it reads them without the lock.
-        ObjectClass *class_table = nullptr;
-        int32_t class_count = 0;
-        uint32_t class_mask = 0;
+        ObjectClass *class_table;
+        int32_t class_count;
+        uint32_t class_mask;
 
         // Touched by the scene handler while subscribed, and by cleanup after the
         // subscriber is gone.
-        GList *known_objects = nullptr;
+        GList *known_objects;
         // Where the next lookup starts: the radar lists its objects in much the same order
         // every scene, so the search usually ends at its first step. Valid within a scene.
-        GList *search_start = nullptr;
+        GList *search_start;
 };
 
-RadarMetadata metadata;
+RadarMetadata metadata; // file-level, so it starts zeroed: only non-zero starts are written
 GMutex metadata_mutex; // the class table, count and mask
 
 ObjectClass radar_metadata_class_of(const char *name)

@@ -11,12 +11,12 @@ constexpr const char *zones_interface = "com.zelk.RadarZones1.Areas";
 constexpr const char *exclude_area_kind = "excludeArea";
 
 struct ZoneClient {
-        GDBusProxy *proxy = nullptr;
-        gulong name_owner_handler = 0;
-        gulong signal_handler = 0;
+        GDBusProxy *proxy;
+        gulong name_owner_handler;
+        gulong signal_handler;
 };
 
-ZoneClient client;
+ZoneClient client; // file-level, so it starts zeroed: only non-zero starts are written
 
 // The first element of a reply or signal body when it has the expected type; nullptr
 // for a body that is missing, empty or of another layout. Elements after the first
