@@ -4,6 +4,7 @@
 #include "zk_log.h"
 
 #include <glib-unix.h>
+#include <cstdlib>
 #include <signal.h>
 
 namespace {
@@ -64,5 +65,5 @@ int service_run(int argc, char **argv, std::span<const ServiceStep> steps,
         service_stop(teardowns);
         if (!started)
                 g_main_loop_unref(loop);
-        return started ? 0 : 1;
+        return started ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -19,11 +19,11 @@ constexpr uint32_t radar_source_id = 1;
 // One object handed to the tracker; seen = accepted in the scene being handled.
 struct KnownObject {
         uint32_t id;
-        int seen;
+        bool seen;
 };
 
 struct RadarMetadata {
-        int subscribed;
+        bool subscribed;
         RadarSceneSubscriber *subscriber;
         int pending_enable;
 
@@ -131,7 +131,7 @@ bool radar_metadata_mark_in(GList *from, GList *to, uint32_t id)
         for (GList *link = from; link != to; link = link->next) {
                 auto *known = static_cast<KnownObject *>(link->data);
                 if (known->id == id) {
-                        known->seen = 1;
+                        known->seen = true;
                         metadata.search_start = link->next;
                         return true;
                 }
@@ -146,7 +146,7 @@ void radar_metadata_mark_seen(uint32_t id)
         if (radar_metadata_mark_in(start, nullptr, id) || radar_metadata_mark_in(metadata.known_objects, start, id))
                 return;
         auto *known = g_new(KnownObject, 1);
-        *known = {id, 1};
+        *known = {id, true};
         metadata.known_objects = g_list_append(metadata.known_objects, known);
         metadata.search_start = nullptr;
 }
@@ -155,7 +155,7 @@ void radar_metadata_clear_seen(void)
 {
         metadata.search_start = nullptr;
         for (GList *link = metadata.known_objects; link; link = link->next)
-                static_cast<KnownObject *>(link->data)->seen = 0;
+                static_cast<KnownObject *>(link->data)->seen = false;
 }
 
 // Objects of earlier scenes that this scene did not accept leave the tracker.
@@ -211,7 +211,7 @@ gboolean radar_metadata_setup(void)
                 metadata.subscriber = radar_scene_subscriber_create(0, 3, 0);
         radar_scene_subscriber_set_bounding_box_enabled(metadata.subscriber);
         radar_scene_subscriber_set_on_message_arrived_callback(metadata.subscriber, radar_metadata_handle_scene);
-        radar_scene_subscriber_set_reconnect(metadata.subscriber, 1);
+        radar_scene_subscriber_set_reconnect(metadata.subscriber, TRUE);
 
         gmutex_tsan_create(&metadata_mutex);
         gmutex_tsan_lock(&metadata_mutex);
@@ -227,7 +227,7 @@ void radar_metadata_cleanup(void)
                 const int error = radar_scene_subscriber_unsubscribe(metadata.subscriber);
                 if (error != 0)
                         log_error("%sFailed to unsusbcribe from metadata: error %d", error);
-                metadata.subscribed = 0;
+                metadata.subscribed = false;
         }
         g_clear_pointer(&metadata.subscriber, radar_scene_subscriber_delete);
         g_list_free_full(metadata.known_objects, g_free);
@@ -247,7 +247,7 @@ void radar_metadata_set_enabled(gboolean enable)
         if (!metadata.subscriber)
                 return;
         if (enable && !metadata.subscribed) {
-                metadata.subscribed = 1;
+                metadata.subscribed = true;
                 const int error = radar_scene_subscriber_subscribe(metadata.subscriber);
                 if (error != 0)
                         log_error("%sFailed to susbcribe to metadata: error %d", error);
@@ -255,7 +255,7 @@ void radar_metadata_set_enabled(gboolean enable)
                 const int error = radar_scene_subscriber_unsubscribe(metadata.subscriber);
                 if (error != 0)
                         log_error("%sFailed to unsusbcribe from metadata: error %d", error);
-                metadata.subscribed = 0;
+                metadata.subscribed = false;
         }
 }
 
