@@ -104,6 +104,29 @@ protected:
                 return request({.body = body});
         }
 
+        // The status line a client gets for head alone, the body held back until the server
+        // says "100 Continue".
+        std::string first_answer_to(const std::string &head)
+        {
+                std::string line;
+                std::atomic<bool> done = false;
+                std::thread sender([&] {
+                        const int fd = unix_connect(dir_.file("cgi.sock"));
+                        const std::string text = head + "\r\nHost: x\r\nExpect: 100-continue\r\n\r\n";
+                        char c;
+                        if (write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()))
+                                while (read(fd, &c, 1) == 1 && c != '\r')
+                                        line += c;
+                        close(fd);
+                        done = true;
+                        g_main_context_wakeup(nullptr);
+                });
+                while (!done)
+                        g_main_context_iteration(nullptr, TRUE);
+                sender.join();
+                return line;
+        }
+
         TempDir dir_{"rcgi"};
         int listening_ = unix_listen(dir_.file("cgi.sock"));
         RcgiHandle *handle_ = nullptr;
@@ -195,6 +218,13 @@ TEST_F(Rcgi, OtherPathsMethodsAndOversizedBodiesGetHttpStatusesWithoutEnvelope)
                 EXPECT_EQ(answer.connection, "close") << "one request per connection";
                 EXPECT_TRUE(c.status == 200 || !answer.json) << answer.body;
         }
+        // A refusal that needs no body goes out before the body is sent.
+        const std::string length = "\r\nContent-Length: ";
+        EXPECT_EQ(first_answer_to("POST /zelk-cgi/other.cgi HTTP/1.1" + length + "2"), "HTTP/1.1 404 Not Found");
+        EXPECT_EQ(first_answer_to("PUT /zelk-cgi/trelvo.cgi HTTP/1.1" + length + "2"), "HTTP/1.1 405 Method Not Allowed");
+        EXPECT_EQ(first_answer_to("POST /zelk-cgi/trelvo.cgi HTTP/1.1" + length + std::to_string(RCGI_MAX_BODY_SIZE + 1)),
+                  "HTTP/1.1 413 Request Entity Too Large");
+        EXPECT_EQ(first_answer_to("POST /zelk-cgi/trelvo.cgi HTTP/1.1" + length + "2"), "HTTP/1.1 100 Continue");
 }
 
 TEST(RcgiSetUp, RefusesWhatItCannotServe)
