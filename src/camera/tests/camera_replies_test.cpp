@@ -47,6 +47,7 @@ TEST(Probe, OffersTheStreamFromFirmware5_55_1_3OrCvpOrCfpAndReadsFieldAnglesAndP
                 EXPECT_FALSE(offers("yes", version)) << version;
         EXPECT_FALSE(offers("no", "9.80.1"));
         EXPECT_FALSE(probe_offers_metadata_stream("Properties.API.Metadata.Metadata=yes\n"));
+        EXPECT_FALSE(probe_offers_metadata_stream("Properties.API.Metadata.Metadata=yes\nProperties.Firmware.Versions=cvp"));
         EXPECT_FALSE(probe_offers_metadata_stream(nullptr));
 
         // Field angles in tenths, and the product number as one bounded token.

@@ -161,6 +161,10 @@ TEST_F(Tracker, FollowsTheSameGroupUntilItGoesThenTheNearest)
 
 TEST_F(Tracker, GuardTourWatchesEachGroupInTurn)
 {
+        float pan, tilt, width;
+        tracker.set_guard_tour_enabled(true);
+        EXPECT_FALSE(tracker.get_target(0, 0, &pan, &tilt, &width)) << "nothing to watch";
+        tracker.set_guard_tour_enabled(false);
         tracker.update_target(1, 1, 0, 0, 4);
         EXPECT_EQ(followed_pan(), 0.0f);
         tracker.set_guard_tour_enabled(true);
