@@ -83,14 +83,14 @@ bool http_set_url(const char *path)
         return ok;
 }
 
-// What is left of the request's time budget, at least 1 ms (0 would mean no limit).
-long http_remaining_ms(int64_t started_us)
-{
-        const int64_t left = http_request_budget_ms - (clock_now_us() - started_us) / 1000;
-        return static_cast<long>(std::max<int64_t>(left, 1));
-}
 
 } // namespace
+
+long http_pass_timeout_ms(int64_t started_us, int64_t now_us)
+{
+        const int64_t left = http_request_budget_ms - (now_us - started_us) / 1000;
+        return static_cast<long>(std::max<int64_t>(left, 1));
+}
 
 int http_setup(const char *address, const char *http_port, const char *https_port, const char *user,
                const char *password)
@@ -149,7 +149,8 @@ long http_request(const char *path, gchar **body)
         long status; // read before every way out of the loop that returns it
         for (;;) {
                 http_forget_response();
-                if (!http_set_url(path) || !http_setopt(CURLOPT_TIMEOUT_MS, http_remaining_ms(started_us)))
+                const long timeout_ms = http_pass_timeout_ms(started_us, clock_now_us());
+                if (!http_set_url(path) || !http_setopt(CURLOPT_TIMEOUT_MS, timeout_ms))
                         return 0;
                 const CURLcode result = curl_easy_perform(http.handle);
                 if (!scheme_switched && result == CURLE_COULDNT_CONNECT) {

@@ -8,6 +8,7 @@
 #include <glib.h>
 
 #include <cstddef>
+#include <cstdint>
 
 // A camera that stops answering holds one request (and so the main loop) for at most
 // this long, over all its passes (scheme switch, redirects).
@@ -23,6 +24,9 @@ int http_setup(const char *address, const char *http_port, const char *https_por
                const char *password);
 // Destroys the handle (and with it the connection and cookies). Host and ports stay.
 void http_cleanup(void);
+// The time limit of a pass that starts at now_us in a request that started at started_us:
+// what is left of the budget, and never less than 1 ms, since 0 would be no limit at all.
+long http_pass_timeout_ms(int64_t started_us, int64_t now_us);
 // GET of path (relative, query included). The final HTTP status, or 0 when no transfer
 // completed. A non-empty body goes to *body (the caller frees it) when body is not NULL;
 // an empty body leaves *body as it was.

@@ -111,6 +111,15 @@ TEST(HttpClient, SwitchesToHttpsOnRefusalOrRedirectAndStaysThereAndBoundsRedirec
         EXPECT_EQ(log.lines(), std::vector<std::string>{"WARNING: http: More than 2 redirects for " + std::string(position)});
 }
 
+TEST(HttpClient, EachPassGetsWhatIsLeftOfTheBudgetAndNeverNoLimit)
+{
+        constexpr int64_t start = 5'000'000;
+        EXPECT_EQ(http_pass_timeout_ms(start, start), http_request_budget_ms);
+        EXPECT_EQ(http_pass_timeout_ms(start, start + 2'500'900), http_request_budget_ms - 2500);
+        EXPECT_EQ(http_pass_timeout_ms(start, start + http_request_budget_ms * 1000), 1);
+        EXPECT_EQ(http_pass_timeout_ms(start, start + 60'000'000), 1);
+}
+
 TEST(HttpClient, GivesUpOnASilentCameraWithinItsBudgetWithoutALogLine)
 {
         LogCapture log;
