@@ -38,6 +38,10 @@ TEST(HttpClient, WarnsOnceWithoutAnAddressAndReachesIpv6AndLinkLocalCameras)
         for (int i = 0; i < 3; i++)
                 EXPECT_EQ(http_request(position, nullptr), 0);
         EXPECT_EQ(log.lines(), std::vector<std::string>{"WARNING: http: No address"});
+        // Nothing listens on either scheme: libcurl's reason, once.
+        connect_to("127.0.0.1");
+        EXPECT_EQ(http_request(position, nullptr), 0);
+        EXPECT_EQ(log.matching("curl"), std::vector<std::string>{"WARNING: curl perform: Couldn't connect to server"});
 
         // Without eth0 the set-up fails, and leaves no half-made handle to the next one.
         http_cleanup();
