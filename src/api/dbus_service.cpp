@@ -150,14 +150,14 @@ BusSource *bus_source_new(sd_bus *bus)
         return source;
 }
 
-// Handles everything sd-bus has queued. A processing error ends the service on the bus:
+// Takes one step of sd-bus's work. A processing error ends the service on the bus:
 // the source is removed and nothing is answered from then on.
 gboolean bus_process(gpointer user_data)
 {
         auto *service = static_cast<DbusService *>(user_data);
-        int r;
-        while ((r = sd_bus_process(service->bus, nullptr)) > 0) {
-        }
+        // One step per dispatch: while sd-bus holds more queued work its deadline is now,
+        // so the loop comes straight back, and other sources get their turn in between.
+        const int r = sd_bus_process(service->bus, nullptr);
         if (r < 0) {
                 log_error("%sFailed to process bus: %s", strerror(-r));
                 return G_SOURCE_REMOVE;
