@@ -169,13 +169,13 @@ gboolean bus_process(gpointer user_data)
 
 int dbus_setup(DbusService **out)
 {
-        auto *service = g_new0(DbusService, 1);
+        auto *service = new DbusService{};
         service->tracking_enabled = tracking_get_enabled();
 
         int r = sd_bus_default_system(&service->bus);
         if (r < 0) {
                 log_error("%sFailed to connect to system bus: %s", strerror(-r));
-                g_free(service);
+                delete service;
                 return r;
         }
         r = sd_bus_add_object_vtable(service->bus, &service->slot, service_object_path, service_interface,
@@ -183,7 +183,7 @@ int dbus_setup(DbusService **out)
         if (r < 0) {
                 log_error("%sFailed to add interface: %s", strerror(-r));
                 sd_bus_flush_close_unref(service->bus);
-                g_free(service);
+                delete service;
                 return r;
         }
         r = sd_bus_request_name(service->bus, service_name, 0);
@@ -191,7 +191,7 @@ int dbus_setup(DbusService **out)
                 log_error("%sFailed to acquire service name: %s", strerror(-r));
                 sd_bus_slot_unref(service->slot);
                 sd_bus_flush_close_unref(service->bus);
-                g_free(service);
+                delete service;
                 return r;
         }
 
@@ -210,5 +210,5 @@ void dbus_cleanup(DbusService *service)
         g_source_unref(&service->source->source);
         sd_bus_slot_unref(service->slot);
         sd_bus_flush_close_unref(service->bus);
-        g_free(service);
+        delete service;
 }
