@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <functional>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <thread>
@@ -82,20 +83,25 @@ protected:
                 close(listening_);
         }
 
-        // Sent from a client thread while this thread serves, until the answer is in.
-        HttpAnswer request(HttpRequest request, HttpClient *client = nullptr)
+        // Runs client on a thread of its own while this thread serves, until it is done.
+        void serve_while(const std::function<void()> &client)
         {
-                request.unix_socket = dir_.file("cgi.sock");
-                HttpAnswer answer;
                 std::atomic<bool> done = false;
                 std::thread sender([&] {
-                        answer = client ? client->request(request) : http_request(request);
+                        client();
                         done = true;
                         g_main_context_wakeup(nullptr);
                 });
                 while (!done)
                         g_main_context_iteration(nullptr, TRUE);
                 sender.join();
+        }
+
+        HttpAnswer request(HttpRequest request, HttpClient *client = nullptr)
+        {
+                request.unix_socket = dir_.file("cgi.sock");
+                HttpAnswer answer;
+                serve_while([&] { answer = client ? client->request(request) : http_request(request); });
                 return answer;
         }
 
@@ -109,8 +115,7 @@ protected:
         std::string first_answer_to(const std::string &head)
         {
                 std::string line;
-                std::atomic<bool> done = false;
-                std::thread sender([&] {
+                serve_while([&] {
                         const int fd = unix_connect(dir_.file("cgi.sock"));
                         const std::string text = head + "\r\nHost: x\r\nExpect: 100-continue\r\n\r\n";
                         char c;
@@ -118,12 +123,7 @@ protected:
                                 while (read(fd, &c, 1) == 1 && c != '\r')
                                         line += c;
                         close(fd);
-                        done = true;
-                        g_main_context_wakeup(nullptr);
                 });
-                while (!done)
-                        g_main_context_iteration(nullptr, TRUE);
-                sender.join();
                 return line;
         }
 
