@@ -39,7 +39,7 @@ void reset_position()
 
 TEST(MetadataPayload, ReadsPositionAndMoveStatusOfAnOnvifPtzStatusAndOnlyWholeValuesOfACutOne)
 {
-        reset_position();
+        camera_position_update(777, 0, 0, 1, 11.0f, -11.0f); // each flag the opposite of the payload's
         CameraPosition p = parse(status_payload);
         EXPECT_FLOAT_EQ(p.pan, 90.0f);
         EXPECT_FLOAT_EQ(p.tilt, -45.0f);
