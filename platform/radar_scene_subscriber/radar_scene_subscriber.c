@@ -224,9 +224,7 @@ static gboolean rss_read_hello(RadarSceneSubscriber *subscriber, int fd, int wak
         int n_names;
         gboolean ok;
 
-        if (rss_wait(fd, wake_fd, RSS_HELLO_TIMEOUT_MS) != RSS_WAIT_READY)
-                return FALSE;
-        packet = rss_receive_packet(fd, &size);
+        packet = rss_wait(fd, wake_fd, RSS_HELLO_TIMEOUT_MS) == RSS_WAIT_READY ? rss_receive_packet(fd, &size) : NULL;
         if (!packet)
                 return FALSE;
         ok = rss_parse_names(packet, size, &names, &n_names);
