@@ -107,11 +107,8 @@ TEST_F(SubscriberTest, DeliversPacketsInOrderPaddedToTheirLengthField)
         for (const Bytes &packet : packets)
                 provider.publisher().publish(packet.data(), packet.size());
         ASSERT_TRUE(wait_for_frames(5));
-        EXPECT_EQ(frames(), (std::vector<Bytes>{packets[0],
-                                                {0, 0, 0, 12, 0x08, 0x01, 0, 0, 0, 0, 0, 0},
-                                                {0, 0, 0, 0},
-                                                {0, 0, 0, 0},
-                                                {0, 0, 0, 5, 0x08}}));
+        EXPECT_EQ(frames(), (std::vector<Bytes>{packets[0], {0, 0, 0, 12, 0x08, 0x01, 0, 0, 0, 0, 0, 0},
+                                                {0, 0, 0, 0}, {0, 0, 0, 0}, {0, 0, 0, 5, 0x08}}));
 }
 
 TEST_F(SubscriberTest, ReconnectsToARestartedProviderKeepsOldNamesReadableAndResubscribes)

@@ -98,8 +98,7 @@ TEST(MetadataThreads, StreamWritesWhileTheControlTickReads)
                 for (int i = 0; i < 20000; i++) {
                         const double x = (i % 200) / 200.0;
                         gchar *payload = g_strdup_printf("<tt:Position><tt:PanTilt x=\"%.4f\" y=\"%.5f\"/>"
-                                                         "<tt:Zoom x=\"%.4f\"/></tt:Position>",
-                                                         x, x / 2.0, x);
+                                                         "<tt:Zoom x=\"%.4f\"/></tt:Position>", x, x / 2.0, x);
                         parse_ptz_metadata(reinterpret_cast<const uint8_t *>(payload),
                                            static_cast<uint32_t>(strlen(payload)), nullptr);
                         g_free(payload);

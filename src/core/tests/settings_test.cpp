@@ -47,8 +47,7 @@ TEST(SettingsLoad, FileValuesReachTheStoreInOrderAndEachChannelGetsItsOwnGains)
                                         "pan_kp=2\npan_ki=0.5\npan_kd=0.25\ntilt_kp=0.5\ntilt_ki=0.25\ntilt_kd=1\n\n"
                                         "[tracking]\nreturn_to_home_enabled=true\nreturn_to_home_timeout=120\n"
                                         "small_object_track=true\nhuman_object_track=false\n"
-                                        "vehicle_object_track=true\nunidentified_object_track=true\n",
-                                        -1, nullptr))
+                                        "vehicle_object_track=true\nunidentified_object_track=true\n", -1, nullptr))
                 << "run inside tests/rig/sandbox (ctest does)";
         ASSERT_TRUE(persistent_setup());
         clock_use_manual(1'000'000'000);

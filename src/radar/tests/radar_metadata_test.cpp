@@ -34,8 +34,7 @@ std::map<uint32_t, TrackedTarget> radar_targets()
 }
 
 // A complete object; tests clear the fields they want missing. The zones see the point (x, y).
-Object *add_object(Scene &scene, uint32_t id, float azimuth, uint32_t class_id = human, float x = 0.0f,
-                   float y = 0.5f)
+Object *add_object(Scene &scene, uint32_t id, float azimuth, uint32_t class_id = human, float x = 0.0f, float y = 0.5f)
 {
         Object *object = scene.add_objects();
         object->set_id(id);
