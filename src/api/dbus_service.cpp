@@ -20,8 +20,8 @@
 struct BusSource {
         GSource source;
         sd_bus *bus;     // one reference, released in finalize
-        gpointer fd_tag; // tag of the watched descriptor
-        int fd;          // descriptor currently watched, -1 before the first prepare
+        gpointer fd_tag; // tag of the watched descriptor, NULL before the first prepare
+        int fd;          // descriptor currently watched, while fd_tag is set
         int events;      // sd-bus event mask last registered
 };
 
@@ -91,7 +91,7 @@ void bus_source_watch_fd(BusSource *source)
 {
         const int events = sd_bus_get_events(source->bus);
         const int fd = sd_bus_get_fd(source->bus);
-        if (fd != source->fd) {
+        if (!source->fd_tag || fd != source->fd) {
                 if (source->fd_tag)
                         g_source_remove_unix_fd(&source->source, source->fd_tag);
                 source->fd_tag = g_source_add_unix_fd(&source->source, fd, bus_source_condition(events));
@@ -143,10 +143,9 @@ GSourceFuncs bus_source_funcs = {bus_source_prepare, bus_source_check, bus_sourc
 
 BusSource *bus_source_new(sd_bus *bus)
 {
+        // Zeroed by GLib: no descriptor watched yet.
         auto *source = reinterpret_cast<BusSource *>(g_source_new(&bus_source_funcs, sizeof(BusSource)));
         source->bus = sd_bus_ref(bus);
-        source->fd_tag = nullptr;
-        source->fd = -1;
         return source;
 }
 

@@ -62,7 +62,9 @@ std::string call(const std::string &method, const char *params = nullptr)
                                  [&] { return cgi_post(socket_path, cgi_call_body(method, params)); });
         const auto ready = [&] { return answer.wait_for(std::chrono::seconds(0)) == std::future_status::ready; };
         EXPECT_TRUE(iterate_until(ready));
-        return cgi_outcome(answer.get());
+        const HttpAnswer got = answer.get();
+        EXPECT_EQ(json_member_text(got.json.get(), "apiVersion"), "1.1") << method << ": the version that answered";
+        return cgi_outcome(got);
 }
 
 TEST(CgiSetUp, NeedsExactlyOneSocketFromSystemdThatTheLibraryCanServe)
