@@ -197,7 +197,7 @@ int rcgi_perform(RcgiHandle *handle)
                 if (fd >= 0) {
                         rcgi_serve(handle, fd);
                         accepted++;
-                } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+                } else if (errno == EAGAIN) { /* EWOULDBLOCK is the same on Linux */
                         break;
                 } else if (errno != EINTR && errno != ECONNABORTED) {
                         return accepted ? accepted : -errno;

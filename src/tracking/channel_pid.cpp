@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <optional>
+#include <span>
 
 namespace {
 
@@ -14,18 +15,19 @@ struct CycleStats {
 };
 
 template <typename Field>
-CycleStats pid_cycle_stats(const AutotuneCycle *cycles, size_t count, Field field)
+CycleStats pid_cycle_stats(std::span<const AutotuneCycle> cycles, Field field)
 {
         float sum = 0.0f;
-        for (size_t i = 0; i < count; i++)
-                sum += field(cycles[i]);
-        const float mean = sum / static_cast<float>(count);
+        for (const AutotuneCycle &cycle : cycles)
+                sum += field(cycle);
+        const float count = static_cast<float>(cycles.size());
+        const float mean = sum / count;
         float squares = 0.0f;
-        for (size_t i = 0; i < count; i++) {
-                const float d = field(cycles[i]) - mean;
+        for (const AutotuneCycle &cycle : cycles) {
+                const float d = field(cycle) - mean;
                 squares += d * d;
         }
-        return {mean, std::sqrt(squares / static_cast<float>(count))};
+        return {mean, std::sqrt(squares / count)};
 }
 
 AutotuneCycle autotune_cycle_between(const std::vector<AutotuneSample> &samples, size_t rise, size_t next_rise)
@@ -182,11 +184,9 @@ bool ChannelPid::autotune_converged()
         autotune_extract_cycles(samples_, cycles_);
         if (cycles_.size() < autotune_min_cycles)
                 return false;
-        const AutotuneCycle *last = cycles_.data() + (cycles_.size() - autotune_used_cycles);
-        const CycleStats swing = pid_cycle_stats(last, autotune_used_cycles,
-                                                 [](const AutotuneCycle &c) { return c.max - c.min; });
-        const CycleStats period =
-                pid_cycle_stats(last, autotune_used_cycles, [](const AutotuneCycle &c) { return c.period; });
+        const auto last = std::span<const AutotuneCycle>(cycles_).last(autotune_used_cycles);
+        const CycleStats swing = pid_cycle_stats(last, [](const AutotuneCycle &c) { return c.max - c.min; });
+        const CycleStats period = pid_cycle_stats(last, [](const AutotuneCycle &c) { return c.period; });
         if (!(0.25f * swing.mean > swing.deviation && 0.25f * period.mean > period.deviation))
                 return false;
         autotune_apply_rule(swing.mean, period.mean);

@@ -309,6 +309,14 @@ TEST_F(CameraLink, AutotuneChecksTheZoomScaleTunesBothAxesAndStoresGainsAndModel
         double tilt_kp = 0, tilt_ki = 0, tilt_kd = 0;
         persistent_get_tilt_pid(&tilt_kp, &tilt_ki, &tilt_kd);
         EXPECT_GT(tilt_kp, kp) << "the slower tilt axis keeps gains of its own";
+        // They drive the controller from now on: the first step is kp times the error.
+        float speeds[3];
+        controller_set_target(10.0f, -35.0f, 1.0f);
+        controller_update(0.0f, -45.0f, 1.0f);
+        controller_get_speeds(&speeds[0], &speeds[1], &speeds[2]);
+        EXPECT_EQ(std::pair(speeds[0], speeds[1]),
+                  std::pair(static_cast<float>(kp) * 10, static_cast<float>(tilt_kp) * 10));
+        controller_stop();
         const Strings last = sent();
         ASSERT_FALSE(last.empty());
         EXPECT_EQ(last.back(), "zelk-cgi/com/ptz.cgi?pan=0.000000&tilt=-3.600000&zoom=1.000000");
