@@ -1,5 +1,6 @@
 // The CGI library on a listening socket made here, driven over real HTTP with libcurl from
 // client threads while this thread serves.
+#include "child_process.h"
 #include "json_post.h"
 #include "rcgi.h"
 #include "temp_dir.h"
@@ -8,12 +9,11 @@
 #include <glib.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cerrno>
 #include <functional>
+#include <future>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -86,15 +86,9 @@ protected:
         // Runs client on a thread of its own while this thread serves, until it is done.
         void serve_while(const std::function<void()> &client)
         {
-                std::atomic<bool> done = false;
-                std::thread sender([&] {
-                        client();
-                        done = true;
-                        g_main_context_wakeup(nullptr);
-                });
-                while (!done)
-                        g_main_context_iteration(nullptr, TRUE);
-                sender.join();
+                auto sender = std::async(std::launch::async, client);
+                const auto done = [&] { return sender.wait_for(std::chrono::seconds(0)) == std::future_status::ready; };
+                EXPECT_TRUE(iterate_until(done));
         }
 
         HttpAnswer request(HttpRequest request, HttpClient *client = nullptr)
