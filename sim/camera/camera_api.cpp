@@ -263,8 +263,9 @@ void simcam_api_request_finished(SoupServer *, SoupServerMessage *msg, gpointer 
 // Always with a length, also when empty: a reply without one ends the connection.
 void simcam_api_reply(SoupServerMessage *msg, unsigned status, const std::string &body)
 {
+        const std::string sent = simcam_api_fault(CameraFault::huge_reply) ? body + std::string(1 << 20, '\n') : body;
         soup_server_message_set_status(msg, status, nullptr);
-        soup_server_message_set_response(msg, "text/plain", SOUP_MEMORY_COPY, body.c_str(), body.size());
+        soup_server_message_set_response(msg, "text/plain", SOUP_MEMORY_COPY, sent.c_str(), sent.size());
 }
 
 void simcam_api_redirect(SoupServerMessage *msg, const ApiPort &to)

@@ -84,7 +84,7 @@ const char summary[] =
         "no overshoot. Pan wraps in [-180, 180), tilt stays in [-90, 20], zoom in [1, 9999].\n"
         "\n"
         "Faults: https_only redirect_https redirect_loop wrong_credentials no_answer\n"
-        "        zoom_half_scale stream_drop\n"
+        "        zoom_half_scale stream_drop huge_reply\n"
         "\n"
         "Control interface (--control PATH, HTTP on a Unix socket, JSON answers):\n"
         "  GET /status, GET /requests?since=N, POST /fault?name=NAME&on=1|0,\n"

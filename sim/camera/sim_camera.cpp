@@ -11,6 +11,7 @@ namespace {
 
 constexpr std::array<const char *, static_cast<size_t>(CameraFault::count)> fault_names = {
         "https_only", "redirect_https", "redirect_loop", "wrong_credentials", "no_answer", "zoom_half_scale", "stream_drop",
+        "huge_reply",
 };
 
 constexpr std::array<const char *, 3> auth_names = {"basic", "digest", "both"};

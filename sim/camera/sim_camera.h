@@ -19,6 +19,7 @@ enum class CameraFault {
         no_answer,         // requests are read and never answered
         zoom_half_scale,   // the reported zoom is half the zoom position
         stream_drop,       // metadata stream connections are closed while streaming
+        huge_reply,        // every API reply's body grows past a mebibyte
         count,
 };
 

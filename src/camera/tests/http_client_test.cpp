@@ -124,7 +124,8 @@ TEST(HttpClient, EachPassGetsWhatIsLeftOfTheBudgetAndNeverNoLimit)
         EXPECT_EQ(http_pass_timeout_ms(start, start + 60'000'000), 1);
 }
 
-TEST(HttpClient, GivesUpOnASilentCameraWithinItsBudgetWithoutALogLine)
+// A reply past the body limit is no reply either, but a warning; nothing of it is kept.
+TEST(HttpClient, GivesUpOnASilentCameraWithinItsBudgetQuietlyAndOnAHugeReplyWithAWarning)
 {
         LogCapture log;
         SimCameraProcess camera({"--fault", "no_answer"});
@@ -139,6 +140,12 @@ TEST(HttpClient, GivesUpOnASilentCameraWithinItsBudgetWithoutALogLine)
         camera.set_fault("no_answer", false);
         EXPECT_EQ(http_request(position, nullptr), 200);
         EXPECT_EQ(schemes_of(camera).back(), "http 200");
+        camera.set_fault("huge_reply", true);
+        gchar *body = nullptr;
+        EXPECT_EQ(http_request(position, &body), 0);
+        EXPECT_EQ(body, nullptr);
+        EXPECT_EQ(log.lines(),
+                  std::vector<std::string>{"WARNING: curl perform: Failed writing received data to disk/application"});
 }
 
 } // namespace
