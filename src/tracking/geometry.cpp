@@ -35,11 +35,7 @@ void radar_to_camera(float azimuth, float distance, float *pan, float *tilt, flo
 void set_point_from_group(float group_pan, float group_tilt, float group_width, float max_field_angle,
                           float *pan, float *tilt, float *zoom)
 {
-        float factor = max_field_angle / group_width;
-        if (factor > 12.0f)
-                factor = 12.0f;
-        else if (factor < 1.0f)
-                factor = 1.0f;
+        const float factor = std::clamp(max_field_angle / group_width, 1.0f, 12.0f);
         *pan = normalize_angle(static_cast<float>(static_cast<double>(group_pan) + settings_get_pan_offset()));
         *zoom = static_cast<float>(settings_get_zoom_degree() / 100.0 * static_cast<double>(factor));
         *tilt = group_tilt;

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <functional>
 #include <future>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -219,6 +220,22 @@ TEST_F(Rcgi, OtherPathsMethodsAndOversizedBodiesGetHttpStatusesWithoutEnvelope)
         EXPECT_EQ(first_answer_to("POST /zelk-cgi/trelvo.cgi HTTP/1.1" + length + std::to_string(RCGI_MAX_BODY_SIZE + 1)),
                   "HTTP/1.1 413 Request Entity Too Large");
         EXPECT_EQ(first_answer_to("POST /zelk-cgi/trelvo.cgi HTTP/1.1" + length + "2"), "HTTP/1.1 100 Continue");
+}
+
+// Out of descriptors, the accept fails for a reason of its own: reported at once, not tried again.
+TEST_F(Rcgi, AnAcceptThatFailsIsReportedAtOnce)
+{
+        const int client = unix_connect(dir_.file("cgi.sock"));
+        const int lowest_free = dup(client);
+        close(lowest_free);
+        struct rlimit saved;
+        ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
+        const struct rlimit none_left = {static_cast<rlim_t>(lowest_free), saved.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none_left), 0);
+        const int result = rcgi_perform(handle_);
+        setrlimit(RLIMIT_NOFILE, &saved);
+        EXPECT_EQ(result, -EMFILE);
+        close(client);
 }
 
 TEST(RcgiSetUp, RefusesWhatItCannotServe)

@@ -98,11 +98,18 @@ TEST(CgiSetUp, NeedsExactlyOneSocketFromSystemdThatTheLibraryCanServe)
                                }));
 }
 
-TEST(CgiErrors, LibraryFailuresMapToApiCodes)
+TEST(CgiErrors, LibraryFailuresMapToApiCodesAndEveryCodeHasItsText)
 {
         const int mapped[] = {101, 200, 101, 100, 203, 300, 102, 300, 101, 101};
         for (int code = -8; code <= 1; code++)
                 EXPECT_EQ(cgi_map_error_code(code), mapped[code + 8]) << code;
+        const std::pair<int, const char *> texts[] = {
+                {100, "Unsupported API version"}, {101, "Internal error"}, {102, "Mandatory parameter(s) missing"},
+                {103, "Unknown parameter supplied"}, {200, "JSON input error"}, {201, "Unexpected error"},
+                {202, "Generic error"}, {203, "Invalid method"}, {300, "Faulty parameter"}, {301, "Invalid state"},
+                {302, "Internal error"}};
+        for (const auto &[code, text] : texts)
+                EXPECT_STREQ(cgi_error_message(code), text) << code;
 }
 
 // The radar offers every class but vehicles.

@@ -15,9 +15,9 @@ constexpr const char *position = "zelk-cgi/com/ptz.cgi?query=position";
 constexpr const char *stop = "zelk-cgi/com/ptz.cgi?continuouspantiltmove=0.000000,0.000000&continuouszoommove=0.000000";
 
 // The requests as "scheme status", without the 401 challenges.
-std::vector<std::string> schemes_of(SimCameraProcess &camera)
+Lines schemes_of(SimCameraProcess &camera)
 {
-        std::vector<std::string> schemes;
+        Lines schemes;
         for (const SimCameraRequest &r : camera.requests())
                 if (r.status != 401)
                         schemes.push_back(r.scheme + " " + std::to_string(r.status));
@@ -37,18 +37,18 @@ TEST(HttpClient, WarnsOnceWithoutAnAddressAndReachesIpv6AndLinkLocalCameras)
         connect_to("");
         for (int i = 0; i < 3; i++)
                 EXPECT_EQ(http_request(position, nullptr), 0);
-        EXPECT_EQ(log.lines(), std::vector<std::string>{"WARNING: http: No address"});
+        EXPECT_EQ(log.lines(), Lines{"WARNING: http: No address"});
         // Nothing listens on either scheme: libcurl's reason, once.
         connect_to("127.0.0.1");
         EXPECT_EQ(http_request(position, nullptr), 0);
-        EXPECT_EQ(log.matching("curl"), std::vector<std::string>{"WARNING: curl perform: Couldn't connect to server"});
+        EXPECT_EQ(log.matching("curl"), Lines{"WARNING: curl perform: Couldn't connect to server"});
 
         // Without eth0 the set-up fails, and leaves no half-made handle to the next one.
         http_cleanup();
         ASSERT_EQ(std::system("ip link set eth0 down name eth9"), 0);
         EXPECT_EQ(http_setup("fe80::1", "80", "443", "root", "pass"), -1);
         ASSERT_EQ(std::system("ip link set eth9 name eth0 up"), 0);
-        EXPECT_EQ(log.matching("ERROR"), std::vector<std::string>{"ERROR: Get index for interface eth0: No such device"});
+        EXPECT_EQ(log.matching("ERROR"), Lines{"ERROR: Get index for interface eth0: No such device"});
 
         // fe80::1 only means something on an interface: the client scopes it to eth0.
         ASSERT_EQ(std::system("ip -6 addr add fe80::1/64 dev eth0 nodad"), 0);
@@ -58,8 +58,8 @@ TEST(HttpClient, WarnsOnceWithoutAnAddressAndReachesIpv6AndLinkLocalCameras)
                 ASSERT_EQ(http_setup(address, "80", "443", "root", "pass"), 0);
                 EXPECT_EQ(http_request(position, nullptr), 200) << address;
         }
-        EXPECT_EQ(schemes_of(loopback), std::vector<std::string>{"http 200"});
-        EXPECT_EQ(schemes_of(link_local), std::vector<std::string>{"http 200"});
+        EXPECT_EQ(schemes_of(loopback), Lines{"http 200"});
+        EXPECT_EQ(schemes_of(link_local), Lines{"http 200"});
         connect_to("");
         EXPECT_EQ(http_request(position, nullptr), 0);
         EXPECT_EQ(log.matching("No address").size(), 2u) << "warned again after a request had an address";
@@ -88,7 +88,7 @@ TEST(HttpClient, KeepsOneConnectionForEveryRequestWithEitherAuthSchemeAndHandsOv
 TEST(HttpClient, SwitchesToHttpsOnRefusalOrRedirectAndStaysThereAndBoundsRedirectLoops)
 {
         LogCapture log;
-        const std::pair<const char *, std::vector<std::string>> switches[] = {
+        const std::pair<const char *, Lines> switches[] = {
                 {"https_only", {"https 200", "https 200"}}, {"redirect_https", {"http 302", "https 200", "https 200"}}};
         for (const auto &[fault, schemes] : switches) {
                 SimCameraProcess camera({"--fault", fault});
@@ -111,8 +111,11 @@ TEST(HttpClient, SwitchesToHttpsOnRefusalOrRedirectAndStaysThereAndBoundsRedirec
         SimCameraProcess camera({"--fault", "redirect_loop"});
         connect_to("127.0.0.1");
         EXPECT_EQ(http_request(position, nullptr), 302);
-        EXPECT_EQ(schemes_of(camera), (std::vector<std::string>{"http 302", "https 302", "http 302"})) << "each names its scheme";
-        EXPECT_EQ(log.lines(), std::vector<std::string>{"WARNING: http: More than 2 redirects for " + std::string(position)});
+        EXPECT_EQ(schemes_of(camera), (Lines{"http 302", "https 302", "http 302"})) << "each names its scheme";
+        EXPECT_EQ(log.lines(), Lines{"WARNING: http: More than 2 redirects for " + std::string(position)});
+        // Once redirected, a refused connection ends the request: no switch back to plain HTTP.
+        ASSERT_EQ(http_setup("127.0.0.1", "80", "1", "root", "pass"), 0);
+        EXPECT_EQ(http_request(position, nullptr), 0);
 }
 
 TEST(HttpClient, EachPassGetsWhatIsLeftOfTheBudgetAndNeverNoLimit)
@@ -144,8 +147,7 @@ TEST(HttpClient, GivesUpOnASilentCameraWithinItsBudgetQuietlyAndOnAHugeReplyWith
         gchar *body = nullptr;
         EXPECT_EQ(http_request(position, &body), 0);
         EXPECT_EQ(body, nullptr);
-        EXPECT_EQ(log.lines(),
-                  std::vector<std::string>{"WARNING: curl perform: Failed writing received data to disk/application"});
+        EXPECT_EQ(log.lines(), Lines{"WARNING: curl perform: Failed writing received data to disk/application"});
 }
 
 } // namespace
