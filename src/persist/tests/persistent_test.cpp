@@ -202,17 +202,19 @@ TEST_F(Persist, ReadOnlyDirectoryKeepsChangesInMemoryUntilASaveSucceeds)
 {
         // Nothing loaded is nothing to write: no reason to empty the file.
         g_file_set_contents(path.c_str(), "[camera]\npan_offset=1\n", -1, nullptr);
+        LogCapture log;
         g_autoptr(GError) error = nullptr;
         EXPECT_FALSE(persistent_save(&error));
         EXPECT_NE(error, nullptr);
         gchar *name = nullptr;
         EXPECT_FALSE(persistent_get_camera_name(&name) || persistent_set_camera_name("cam")) << "no name without a file";
+        EXPECT_EQ(log.lines().size(), 2u) << "each refused at its own precondition: " << testing::PrintToString(log.lines());
         EXPECT_EQ(file_text(path), "[camera]\npan_offset=1\n");
         unlink(path.c_str());
         ASSERT_TRUE(persistent_setup());
         const std::string before = file_text(path);
         set_read_only(true);
-        LogCapture log;
+        log.clear();
         persistent_set_pan_offset(-20.0);
         persistent_set_tracking_enabled(TRUE);
         persistent_set_return_to_home_timeout(300);
