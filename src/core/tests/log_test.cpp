@@ -31,6 +31,7 @@ TEST(LogSetup, EveryMessageIsOneLineWithProgramAndLevel)
         g_log_set_default_handler(g_log_default_handler, nullptr);
         EXPECT_EQ(text, "trelvo: INFO: Setting zoom degree to 50.000000\ntrelvo: CRITICAL: structured\n"
                         "trelvo: DEBUG: gio debug\ntrelvo: DEBUG: shown\n");
+        EXPECT_STREQ(g_get_prgname(), "trelvo") << "GLib's own messages name the service too";
 }
 
 } // namespace
