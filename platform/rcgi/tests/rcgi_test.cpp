@@ -41,6 +41,7 @@ using Request = const RcgiRequest *;
 const RcgiMethod methods_v1[] = {
         {"echo", echo_params, 1, 1},
         {"fail", [](Request, RcgiResponse *r) { return rcgi_errorf(r, 301, "custom %d for '%s'", 7, "x"); }, 0, 1},
+        {"quiet", [](Request, RcgiResponse *r) { return rcgi_errorf(r, 302, "%s", ""); }, 0, 1}, // "" is a message
         {"plain", [](Request, RcgiResponse *r) { r->data = json_object(); return 300; }, 0, 1},
         {"nodata", [](Request, RcgiResponse *) { return 0; }, 0, 1},
         {"disabled", echo_params, 0, 0}, {nullptr, nullptr, 0, 0},
@@ -138,6 +139,8 @@ TEST_F(Rcgi, AnswersCarryTheEnvelopeInOrderAndLibraryFailuresFollowTheirPreceden
                 {R"({"apiVersion": "2.7", "method": "v2only"})", R"({"apiVersion":"2.0","method":"v2only","data":{}})"},
                 {R"({"apiVersion": "1", "method": "fail", "context": null})",
                  R"({"apiVersion":"1.1","context":null,"method":"fail","error":{"code":301,"message":"custom 7 for 'x'"}})"},
+                {R"({"apiVersion": "1.1", "method": "quiet"})",
+                 R"({"apiVersion":"1.1","method":"quiet","error":{"code":302,"message":""}})"},
                 {R"({"apiVersion": "1.1", "method": "plain"})",
                  R"({"apiVersion":"1.1","method":"plain","error":{"code":300,"message":"Faulty"}})"},
                 {R"({"apiVersion": "1.1", "method": "nodata"})",
