@@ -409,6 +409,9 @@ TEST_F(CameraLink, OnlyAReadErrorOfTheStreamHandsBackToTheConnectionManager)
                   0);
         // Its source fails to connect (port 1) and says so with an error of its own.
         GstElement *pipeline = metadata_pipeline_current();
+        GstBus *bus = gst_element_get_bus(pipeline);
+        g_object_add_weak_pointer(G_OBJECT(bus), reinterpret_cast<gpointer *>(&bus));
+        gst_object_unref(bus);
         post(pipeline, true, GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_WRITE, "write failed");
         post(pipeline, false, GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_READ, "read failed");
         post(pipeline, true, GST_CORE_ERROR, GST_RESOURCE_ERROR_READ, "core failed");
@@ -419,6 +422,7 @@ TEST_F(CameraLink, OnlyAReadErrorOfTheStreamHandsBackToTheConnectionManager)
         EXPECT_EQ(handed_back, 2) << "the read warning and the read error; " << testing::PrintToString(log.lines());
         metadata_pipeline_stop();
         EXPECT_EQ(metadata_pipeline_current(), nullptr);
+        EXPECT_TRUE(iterate_until([&] { return !bus; }, 5.0)) << "the bus goes with the pipeline";
 }
 
 } // namespace
