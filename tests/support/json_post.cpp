@@ -14,24 +14,10 @@ namespace {
 // Requests never hang a test: a server that does not answer fails the request.
 constexpr long request_timeout_ms = 20000;
 
-struct Upload {
-        const std::string *body;
-        size_t sent = 0;
-};
-
 size_t http_client_collect_body(char *data, size_t size, size_t n, void *user_data)
 {
         static_cast<std::string *>(user_data)->append(data, size * n);
         return size * n;
-}
-
-size_t http_client_send_chunk(char *buffer, size_t size, size_t n, void *user_data)
-{
-        Upload *upload = static_cast<Upload *>(user_data);
-        const size_t count = std::min(size * n, upload->body->size() - upload->sent);
-        memcpy(buffer, upload->body->data() + upload->sent, count);
-        upload->sent += count;
-        return count;
 }
 
 // curl's global set-up is not thread-safe: done once, before any client of any thread.
@@ -88,7 +74,6 @@ HttpAnswer HttpClient::request(const HttpRequest &request)
 {
         CURL *curl = static_cast<CURL *>(curl_);
         HttpAnswer answer;
-        Upload upload{&request.body};
         struct curl_slist *headers = curl_slist_append(nullptr, "Content-Type: application/json");
         char error[CURL_ERROR_SIZE] = "";
 
@@ -97,13 +82,10 @@ HttpAnswer HttpClient::request(const HttpRequest &request)
                          request.unix_socket.empty() ? nullptr : request.unix_socket.c_str());
         curl_easy_setopt(curl, CURLOPT_CUSTOMREQUEST, request.method == "POST" ? nullptr : request.method.c_str());
         curl_easy_setopt(curl, CURLOPT_HTTPGET, 1L);
-        if (request.method == "POST" && request.chunked) {
-                headers = curl_slist_append(headers, "Transfer-Encoding: chunked");
-                curl_easy_setopt(curl, CURLOPT_POSTFIELDS, nullptr);
-                curl_easy_setopt(curl, CURLOPT_POST, 1L);
-                curl_easy_setopt(curl, CURLOPT_READFUNCTION, http_client_send_chunk);
-                curl_easy_setopt(curl, CURLOPT_READDATA, &upload);
-        } else if (request.method == "POST") {
+        if (request.method == "POST") {
+                // With this header libcurl sends the fields in chunks, without a length.
+                if (request.chunked)
+                        headers = curl_slist_append(headers, "Transfer-Encoding: chunked");
                 curl_easy_setopt(curl, CURLOPT_POSTFIELDS, request.body.data());
                 curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
         }
