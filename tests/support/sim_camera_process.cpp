@@ -31,8 +31,6 @@ SimCameraStatus SimCameraProcess::status()
                 return s;
         s.json = answer.body;
         s.pan = json_member_number(root, "pan");
-        s.tilt = json_member_number(root, "tilt");
-        s.zoom = json_member_number(root, "zoom");
         s.moving = json_is_true(json_object_get(root, "moving"));
         const json_t *connections = json_object_get(root, "connections");
         s.http_connections = json_member_integer(connections, "http");

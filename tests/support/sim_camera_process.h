@@ -15,8 +15,6 @@
 
 struct SimCameraStatus {
         double pan = 0.0;
-        double tilt = 0.0;
-        double zoom = 0.0;
         bool moving = false;
         uint64_t http_connections = 0; // TCP connections accepted per port since start
         uint64_t https_connections = 0;
