@@ -132,10 +132,12 @@ TEST_F(CameraLink, FailsOnWrongCredentialsUntilTheSettingsChangeThenProbesAndPub
         EXPECT_GT(camera->requests().size(), asked) << "it goes on polling";
         EXPECT_EQ(events->states(), (Lines{"connecting", "connect_failed"}));
         camera->set_fault("wrong_credentials", false);
+        const uint64_t connections = camera->status().http_connections;
         camera_request_reconnect();
         tick();
         sent();
         position_poll_tick(nullptr);
+        EXPECT_EQ(camera->status().http_connections, connections + 1) << "a reconnect starts on a connection of its own";
         EXPECT_EQ(sent(), (Lines{"zelk-cgi/com/ptz.cgi?query=position",
                                    "zelk-cgi/param.cgi?action=list&group=Properties",
                                    "zelk-cgi/param.cgi?action=list&group=Ptz.Limit.L1",
