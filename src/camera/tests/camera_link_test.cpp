@@ -139,9 +139,9 @@ TEST_F(CameraLink, FailsOnWrongCredentialsUntilTheSettingsChangeThenProbesAndPub
         position_poll_tick(nullptr);
         EXPECT_EQ(camera->status().http_connections, connections + 1) << "a reconnect starts on a connection of its own";
         EXPECT_EQ(sent(), (Lines{"zelk-cgi/com/ptz.cgi?query=position",
-                                   "zelk-cgi/param.cgi?action=list&group=Properties",
-                                   "zelk-cgi/param.cgi?action=list&group=Ptz.Limit.L1",
-                                   "zelk-cgi/param.cgi?action=list&group=Brand"}));
+                                 "zelk-cgi/param.cgi?action=list&group=Properties",
+                                 "zelk-cgi/param.cgi?action=list&group=Ptz.Limit.L1",
+                                 "zelk-cgi/param.cgi?action=list&group=Brand"}));
         EXPECT_EQ(events->states(), (Lines{"connecting", "connect_failed", "disconnected", "connecting", "autotune"}))
                 << "a model the gains are not tuned for";
         EXPECT_EQ(camera_position_source(), POSITION_POLLING);
