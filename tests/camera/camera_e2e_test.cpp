@@ -14,6 +14,8 @@
 
 namespace {
 
+using Strings = std::vector<std::string>;
+
 class CameraEndToEnd : public ::testing::Test {
 protected:
         // The camera keeps the walking person in the middle of its view.
@@ -65,14 +67,14 @@ TEST_F(CameraEndToEnd, AutotuneCutShortSavesNothingThenTunesOnceFollowsAndConnec
         const uint64_t connections = camera.status().http_connections;
         service = unit.start_service();
         ASSERT_TRUE(service->events().wait_for_states({"connecting", "connected"}));
-        EXPECT_EQ(service->events().states(), (Lines{"connecting", "connected"})) << "no second autotune";
+        EXPECT_EQ(service->events().states(), (Strings{"connecting", "connected"})) << "no second autotune";
         stop_fully(*service);
         EXPECT_EQ(camera.status().http_connections, connections + 1) << "one kept-alive connection per run";
 }
 
 TEST_F(CameraEndToEnd, FollowsOnceSwitchedOnOverDbusAndAfterACameraRestartWithoutAnAutotune)
 {
-        auto camera = std::make_unique<SimCameraProcess>(Lines{"--pan", "120"});
+        auto camera = std::make_unique<SimCameraProcess>(Strings{"--pan", "120"});
         // With tracking off the service takes no scenes until the operator switches it on.
         unit.configure("pass", "name=ZPT-6100\n", false);
         std::unique_ptr<ServiceProcess> service = unit.start_service();
@@ -86,11 +88,11 @@ TEST_F(CameraEndToEnd, FollowsOnceSwitchedOnOverDbusAndAfterACameraRestartWithou
         // found again by the polls, with the model it knows, and followed.
         camera.reset();
         ASSERT_TRUE(service->events().wait_for_states({"connecting", "connected", "disconnected"}));
-        camera = std::make_unique<SimCameraProcess>(Lines{"--pan", "120"});
+        camera = std::make_unique<SimCameraProcess>(Strings{"--pan", "120"});
         ASSERT_TRUE(service->events().wait_for_states({"connecting", "connected", "disconnected", "connected"}));
         EXPECT_TRUE(follows(*camera, "after the restart"));
         EXPECT_EQ(camera->status().rtsp_clients, 1u);
-        EXPECT_EQ(service->events().states(), (Lines{"connecting", "connected", "disconnected", "connected"}))
+        EXPECT_EQ(service->events().states(), (Strings{"connecting", "connected", "disconnected", "connected"}))
                 << "a known model is not tuned again";
         stop_fully(*service);
 }

@@ -28,6 +28,8 @@
 
 namespace {
 
+using Strings = std::vector<std::string>;
+
 constexpr const char *product = "ZPT-6100";
 
 class CameraLink : public ::testing::Test {
@@ -75,9 +77,9 @@ protected:
         }
 
         // The paths the camera was sent since the last call, 401 challenges left out.
-        Lines sent()
+        Strings sent()
         {
-                Lines paths;
+                Strings paths;
                 for (const SimCameraRequest &r : camera->requests(next_request, &next_request))
                         if (r.status != 401)
                                 paths.push_back(r.path);
@@ -122,7 +124,7 @@ TEST_F(CameraLink, FailsOnWrongCredentialsUntilTheSettingsChangeThenProbesAndPub
         EXPECT_EQ(tracker_get_guard_tour_time(), 7.5f);
         persistent_set_guard_tour_enabled(FALSE);
         tracker_set_guard_tour_enabled(FALSE);
-        EXPECT_EQ(events->states(), Lines{"connecting"}) << "already disconnected: not published again";
+        EXPECT_EQ(events->states(), Strings{"connecting"}) << "already disconnected: not published again";
         EXPECT_TRUE(sent().empty()) << "the poll asks, not the tick";
 
         for (int i = 0; i < 3; i++)
@@ -130,7 +132,7 @@ TEST_F(CameraLink, FailsOnWrongCredentialsUntilTheSettingsChangeThenProbesAndPub
         const size_t asked = camera->requests().size();
         position_poll_tick(nullptr);
         EXPECT_GT(camera->requests().size(), asked) << "it goes on polling";
-        EXPECT_EQ(events->states(), (Lines{"connecting", "connect_failed"}));
+        EXPECT_EQ(events->states(), (Strings{"connecting", "connect_failed"}));
         camera->set_fault("wrong_credentials", false);
         const uint64_t connections = camera->status().http_connections;
         camera_request_reconnect();
@@ -138,11 +140,11 @@ TEST_F(CameraLink, FailsOnWrongCredentialsUntilTheSettingsChangeThenProbesAndPub
         sent();
         position_poll_tick(nullptr);
         EXPECT_EQ(camera->status().http_connections, connections + 1) << "a reconnect starts on a connection of its own";
-        EXPECT_EQ(sent(), (Lines{"zelk-cgi/com/ptz.cgi?query=position",
-                                 "zelk-cgi/param.cgi?action=list&group=Properties",
-                                 "zelk-cgi/param.cgi?action=list&group=Ptz.Limit.L1",
-                                 "zelk-cgi/param.cgi?action=list&group=Brand"}));
-        EXPECT_EQ(events->states(), (Lines{"connecting", "connect_failed", "disconnected", "connecting", "autotune"}))
+        EXPECT_EQ(sent(), (Strings{"zelk-cgi/com/ptz.cgi?query=position",
+                                   "zelk-cgi/param.cgi?action=list&group=Properties",
+                                   "zelk-cgi/param.cgi?action=list&group=Ptz.Limit.L1",
+                                   "zelk-cgi/param.cgi?action=list&group=Brand"}));
+        EXPECT_EQ(events->states(), (Strings{"connecting", "connect_failed", "disconnected", "connecting", "autotune"}))
                 << "a model the gains are not tuned for";
         EXPECT_EQ(camera_position_source(), POSITION_POLLING);
         EXPECT_FLOAT_EQ(zoom_calibration_get().min_field_angle, 3.0f);
@@ -156,7 +158,7 @@ TEST_F(CameraLink, FailsOnWrongCredentialsUntilTheSettingsChangeThenProbesAndPub
         sent();
         tick();
         position_poll_tick(nullptr);
-        EXPECT_EQ(sent(), Lines{stop});
+        EXPECT_EQ(sent(), Strings{stop});
         EXPECT_EQ(events->states().back(), "disconnected");
         // Seven may be one: it is tried.
         settings_set_camera_connection("1.2.3.4", "root", "pass");
@@ -188,7 +190,7 @@ TEST_F(CameraLink, PollsMarkMovingChannelsThenFollowsWithAMoveEachTickOneStopAnd
 
         tracker_update_target(1, 7, 20.0f, -10.0f, 4.0f);
         tick(5);
-        const Lines moves = sent();
+        const Strings moves = sent();
         ASSERT_EQ(moves.size(), 5u);
         for (const std::string &m : moves)
                 EXPECT_TRUE(m.rfind(move_prefix, 0) == 0 && m != stop) << m;
@@ -198,7 +200,7 @@ TEST_F(CameraLink, PollsMarkMovingChannelsThenFollowsWithAMoveEachTickOneStopAnd
         camera_position_update(1, 0, 0, 0, 20.0f, -10.0f);
         const size_t active_ticks = tick_while_active();
         EXPECT_GT(active_ticks, 15u) << "settled for more than 1.5 s";
-        Lines after = sent();
+        Strings after = sent();
         EXPECT_EQ(after.size(), active_ticks);
         EXPECT_EQ(after.back(), stop);
 
@@ -206,7 +208,7 @@ TEST_F(CameraLink, PollsMarkMovingChannelsThenFollowsWithAMoveEachTickOneStopAnd
         tick(19);
         EXPECT_TRUE(sent().empty());
         tick();
-        EXPECT_EQ(sent(), Lines{home});
+        EXPECT_EQ(sent(), Strings{home});
         tick(30);
         EXPECT_TRUE(sent().empty());
 
@@ -235,7 +237,7 @@ TEST_F(CameraLink, PollsMarkMovingChannelsThenFollowsWithAMoveEachTickOneStopAnd
         tracking_set_enabled(FALSE);
         sent();
         tick(5);
-        EXPECT_EQ(sent(), Lines{stop});
+        EXPECT_EQ(sent(), Strings{stop});
         tracker_remove_target(1, 9);
 
         // A camera that refuses commands is reported once, and again after one went through.
@@ -272,7 +274,7 @@ TEST_F(CameraLink, AutotuneChecksTheZoomScaleTunesBothAxesAndStoresGainsAndModel
         sent();
 
         autotune_tick(nullptr);
-        EXPECT_EQ(sent(), Lines{"zelk-cgi/com/ptz.cgi?pan=0.000000&tilt=-45.000000&zoom=100.000000"});
+        EXPECT_EQ(sent(), Strings{"zelk-cgi/com/ptz.cgi?pan=0.000000&tilt=-45.000000&zoom=100.000000"});
         camera_position_update(50, 0, 0, 0, 0.5f, -45.5f); // at the edges; reporting zoom at half scale
         autotune_tick(nullptr);
         EXPECT_EQ(zoom_calibration_get().zoom_correction, 2.0f);
@@ -281,7 +283,7 @@ TEST_F(CameraLink, AutotuneChecksTheZoomScaleTunesBothAxesAndStoresGainsAndModel
         camera_position_update(20, 0, 0, 0, 0.0f, -45.0f);
         for (int i = 0; i < 3; i++)
                 autotune_tick(nullptr);
-        EXPECT_EQ(sent(), Lines{"zelk-cgi/com/ptz.cgi?pan=0.000000&tilt=-45.000000&zoom=1.000000"});
+        EXPECT_EQ(sent(), Strings{"zelk-cgi/com/ptz.cgi?pan=0.000000&tilt=-45.000000&zoom=1.000000"});
         camera_position_update(19, 0, 0, 0, 0.0f, -45.0f);
         for (int i = 0; i < 3; i++)
                 autotune_tick(nullptr);
@@ -317,7 +319,7 @@ TEST_F(CameraLink, AutotuneChecksTheZoomScaleTunesBothAxesAndStoresGainsAndModel
         EXPECT_EQ(std::pair(speeds[0], speeds[1]),
                   std::pair(static_cast<float>(kp) * 10, static_cast<float>(tilt_kp) * 10));
         controller_stop();
-        const Lines last = sent();
+        const Strings last = sent();
         ASSERT_FALSE(last.empty());
         EXPECT_EQ(last.back(), "zelk-cgi/com/ptz.cgi?pan=0.000000&tilt=-3.600000&zoom=1.000000");
         zoom_calibration_set_correction(1.0f);
@@ -382,7 +384,7 @@ TEST_F(CameraLink, StreamFeedsPositionsUntilItDropsThenPollingReprobesAndStartsA
         EXPECT_TRUE(iterate_until([&] { return events->states().back() == "disconnected"; }));
         camera->set_fault("stream_drop", false);
         EXPECT_TRUE(iterate_until([&] { return events->states().back() == "connected"; }));
-        EXPECT_EQ(events->states(), (Lines{"connecting", "connected", "disconnected", "connected"}));
+        EXPECT_EQ(events->states(), (Strings{"connecting", "connected", "disconnected", "connected"}));
         EXPECT_GT(camera->requests().size(), polls) << "polled while the stream was down";
         EXPECT_EQ(first, nullptr) << "the new stream released the old pipeline";
         camera->teleport(-40.0, -5.0, 100);
