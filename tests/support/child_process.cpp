@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <future>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -62,6 +63,13 @@ bool iterate_until(const std::function<bool()> &done, double seconds)
                                 return false;
                 return true;
         }, seconds, 1);
+}
+
+void serve_while(const std::function<void()> &client)
+{
+        auto sender = std::async(std::launch::async, client);
+        const auto done = [&] { return sender.wait_for(std::chrono::seconds(0)) == std::future_status::ready; };
+        EXPECT_TRUE(iterate_until(done));
 }
 
 ChildProcess::ChildProcess(const std::vector<std::string> &argv, const std::vector<std::string> &env, int listen_fd)

@@ -35,6 +35,8 @@ std::vector<std::string> sanitizer_options_without_leak_check();
 bool poll_until(const std::function<bool()> &done, double seconds, int interval_ms = 20);
 // The same for what this thread's main loop brings about: it runs between the asks.
 bool iterate_until(const std::function<bool()> &done, double seconds = child_default_wait_s);
+// Runs client on a thread of its own while this thread's main loop serves, until it is done.
+void serve_while(const std::function<void()> &client);
 
 // Standard input (descriptor 0) closed while it lives, as for a program started without it.
 struct StdinClosed {

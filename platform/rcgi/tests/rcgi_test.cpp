@@ -10,8 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <functional>
-#include <future>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -83,14 +81,6 @@ protected:
                 g_source_remove(watch_);
                 rcgi_free(handle_);
                 close(listening_);
-        }
-
-        // Runs client on a thread of its own while this thread serves, until it is done.
-        void serve_while(const std::function<void()> &client)
-        {
-                auto sender = std::async(std::launch::async, client);
-                const auto done = [&] { return sender.wait_for(std::chrono::seconds(0)) == std::future_status::ready; };
-                EXPECT_TRUE(iterate_until(done));
         }
 
         HttpAnswer request(HttpRequest request, HttpClient *client = nullptr)

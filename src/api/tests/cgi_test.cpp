@@ -5,6 +5,7 @@
 #include "camera.h"
 #include "camera_connection.h"
 #include "cgi.h"
+#include "child_process.h"
 #include "json_post.h"
 #include "in_process_provider.h"
 #include "log_capture.h"
@@ -19,7 +20,6 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <future>
 #include <sys/mount.h>
 #include <tuple>
 #include <unistd.h>
@@ -58,11 +58,8 @@ void hand_over_as_systemd(const char *fds)
 // thread asks.
 std::string call(const std::string &method, const char *params = nullptr)
 {
-        auto answer = std::async(std::launch::async,
-                                 [&] { return cgi_post(socket_path, cgi_call_body(method, params)); });
-        const auto ready = [&] { return answer.wait_for(std::chrono::seconds(0)) == std::future_status::ready; };
-        EXPECT_TRUE(iterate_until(ready));
-        const HttpAnswer got = answer.get();
+        HttpAnswer got;
+        serve_while([&] { got = cgi_post(socket_path, cgi_call_body(method, params)); });
         EXPECT_EQ(json_member_text(got.json.get(), "apiVersion"), "1.1") << method << ": the version that answered";
         return cgi_outcome(got);
 }
